@@ -1,0 +1,33 @@
+#!/usr/bin/env bash
+# The project's one test command: installs what it needs (when run as root on
+# Debian), builds the Linux library, the sanitizer build and both Windows
+# DLLs, checks the DLLs, and runs every test.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+PACKAGES=(
+  cmake ninja-build g++ make pkg-config libgtest-dev libgmock-dev
+  g++-mingw-w64-x86-64-win32 g++-mingw-w64-i686-win32
+  binutils-mingw-w64-x86-64 binutils-mingw-w64-i686
+)
+
+if [ "$(id -u)" = 0 ] && command -v apt-get >/dev/null && [ -z "${QVRP32_NO_INSTALL:-}" ]; then
+  export DEBIAN_FRONTEND=noninteractive
+  apt-get update -qq
+  apt-get install -y -qq --no-install-recommends "${PACKAGES[@]}" >/dev/null
+fi
+
+jobs=$(nproc 2>/dev/null || echo 2)
+for preset in linux linux-asan win32 win64; do
+  echo "== build: $preset"
+  cmake --preset "$preset" >/dev/null
+  cmake --build --preset "$preset" -j "$jobs"
+done
+
+echo "== Windows DLL export and import tables"
+bash scripts/check_dlls.sh
+
+echo "== tests: sanitizer build"
+ctest --preset linux-asan -j "$jobs"
+echo "== tests: release build"
+ctest --preset linux -j "$jobs"

@@ -1,0 +1,32 @@
+// The DebugLog text file and the timing helpers of the trace lines.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace qv {
+
+constexpr size_t kLogTextSize = 12384;
+constexpr uint32_t kLogSizeLimit = 52428800;  // 50 MiB, applied at open only
+
+// Opens (or keeps) the log per g_config; writes the start banner when asked.
+// Returns 1 when a log is open afterwards.
+int OpenDebugLog(bool banner);
+void CloseDebugLog();
+// printf-style; written only when a file is open, LogLevel > 0 and
+// level <= LogLevel. Returns 1 when written.
+int LogPrint(int32_t level, int32_t ignored, const char* format, ...)
+#if defined(__GNUC__)
+    __attribute__((format(printf, 3, 4)))
+#endif
+    ;
+
+// Writes "%02d:%02d:%02d.%03d" local time into a zeroed 64-byte buffer and
+// returns MillisecondCounter().
+uint32_t TraceClock(char* text64);
+// Performance counter in milliseconds, truncated to 32 bits.
+uint32_t MillisecondCounter();
+// " %02X" per byte into a zeroed output; empty and 0 when it does not fit.
+int HexString(char* out, size_t out_size, const uint8_t* bytes, int count);
+
+}  // namespace qv
