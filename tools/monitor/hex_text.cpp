@@ -34,6 +34,10 @@ bool ParseHexBytes(const std::string& text, std::vector<uint8_t>* out, std::stri
     }
     // A lone digit before a separator or the end would be ambiguous (0x0A or
     // 0xA0?), so bytes are always two digits.
+    if (i + 1 < text.size() && HexDigit(text[i + 1]) < 0 && !IsSeparator(text[i + 1])) {
+      *error = "'" + std::string(1, text[i + 1]) + "' is not a hex digit";
+      return false;
+    }
     if (i + 1 >= text.size() || HexDigit(text[i + 1]) < 0) {
       *error = "odd number of hex digits";
       return false;

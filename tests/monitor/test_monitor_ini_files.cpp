@@ -1,0 +1,107 @@
+// The INI files that ship with the library must be readable the way RP1210
+// applications read them, and the monitor must find the driver through them.
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+#include "data_link.h"
+#include "driver_discovery.h"
+#include "ini_file.h"
+
+using namespace rp1210mon;
+
+namespace {
+
+IniFile LoadShipped(const char* name) {
+  IniFile ini;
+  EXPECT_TRUE(IniFile::Load(std::string(QV_SOURCE_DIR) + "/dist/" + name, &ini)) << name;
+  return ini;
+}
+
+TEST(ShippedVendorIni, ListsTheDeviceAndAllFiveDataLinks) {
+  const IniFile ini = LoadShipped("QVRP32.ini");
+  EXPECT_EQ(ini.Get("VendorInformation", "RP1210"), "C");
+  EXPECT_EQ(ini.Get("VendorInformation", "TimeStampWeight"), "1");
+  EXPECT_EQ(ini.Get("VendorInformation", "DebugFile"), "C:\\ProgramData\\QV\\log\\QVRP1210_log.txt");
+  EXPECT_FALSE(ini.Get("VendorInformation", "Name").empty());
+
+  const std::string device = FindDeviceSection(ini, 1);
+  ASSERT_EQ(device, "DeviceInformation1");
+  EXPECT_FALSE(ini.Get(device, "DeviceDescription").empty());
+  EXPECT_EQ(FindDeviceSection(ini, 2), "");
+  const auto devices = SplitList(ini.Get("VendorInformation", "Devices"));
+  ASSERT_EQ(devices, std::vector<std::string>{"1"});
+
+  std::set<DataLink> links;
+  for (const auto& index : SplitList(ini.Get("VendorInformation", "Protocols"))) {
+    const std::string section = "ProtocolInformation" + index;
+    ASSERT_TRUE(ini.HasSection(section)) << section;
+    const std::string protocol = ini.Get(section, "ProtocolString");
+    const DataLink link = DataLinkOfProtocolString(protocol);
+    // The library picks the data link by searching the string, so each
+    // listed string must pick the link it is named after.
+    EXPECT_EQ(protocol, DataLinkName(link)) << section;
+    EXPECT_FALSE(ini.Get(section, "ProtocolSpeed").empty()) << section;
+    EXPECT_FALSE(ini.Get(section, "ProtocolDescription").empty()) << section;
+    EXPECT_EQ(SplitList(ini.Get(section, "Devices")), devices) << section;
+    links.insert(link);
+  }
+  EXPECT_EQ(links, (std::set<DataLink>{DataLink::kCan, DataLink::kJ1939, DataLink::kIso15765,
+                                       DataLink::kJ2284, DataLink::kJ1708}));
+}
+
+TEST(ShippedComConfig, HoldsTheDefaults) {
+  const IniFile ini = LoadShipped("COMConfig.ini");
+  ASSERT_TRUE(ini.HasSection("COMConfig"));
+  EXPECT_EQ(ini.Get("COMConfig", "OBDPin"), "6E");
+  EXPECT_EQ(ini.Get("COMConfig", "Res120"), "0");
+  EXPECT_EQ(ini.Get("COMConfig", "DebugLevel"), "0");
+  EXPECT_EQ(ini.Get("COMConfig", "DebugMode"), "0");
+  EXPECT_EQ(ini.Get("COMConfig", "SN", "absent"), "");
+}
+
+TEST(IniReader, ReadsLikeTheProfileFunctions) {
+  const IniFile ini = IniFile::Parse(
+      "orphan=1\r\n"
+      "; comment\r\n"
+      "[RP1210Support]\r\n"
+      "  APIImplementations = OTHER , qvrp32 \r\n"
+      "apiimplementations=ignored\r\n"
+      "no equals sign\r\n"
+      "[Empty]\r\n"
+      "[rp1210support]\r\n"
+      "Extra=x=y\r\n");
+  EXPECT_EQ(ini.Get("rp1210SUPPORT", "ApiImplementations"), "OTHER , qvrp32");
+  EXPECT_EQ(ini.Get("RP1210Support", "Extra"), "x=y");  // repeated section merges
+  EXPECT_EQ(ini.Get("RP1210Support", "orphan", "none"), "none");
+  EXPECT_EQ(ini.Get("Missing", "Key", "dflt"), "dflt");
+  EXPECT_TRUE(ini.HasSection("EMPTY"));
+  EXPECT_EQ(ini.Sections(), (std::vector<std::string>{"RP1210Support", "Empty"}));
+}
+
+TEST(DriverDiscovery, PicksTheImplementationFromRp1210Ini) {
+  struct Case {
+    const char* list;
+    const char* wanted;
+    bool ok;
+    const char* result;  // the name, or the error
+  };
+  const Case cases[] = {
+      {"OTHER,QVRP32", "", true, "QVRP32"},
+      {"OTHER,qvrp32", "", true, "qvrp32"},
+      {"OTHER,THIRD", "", true, "OTHER"},
+      {"OTHER,QVRP32", "other", true, "OTHER"},
+      {"OTHER,QVRP32", "NONE", false, "RP1210.ini does not list the implementation 'NONE'"},
+      {" , ", "", false, "RP1210.ini lists no APIImplementations"},
+  };
+  for (const Case& c : cases) {
+    const IniFile ini = IniFile::Parse(std::string("[RP1210Support]\nAPIImplementations=") + c.list + "\n");
+    std::string name;
+    std::string error;
+    EXPECT_EQ(ChooseImplementation(ini, c.wanted, &name, &error), c.ok) << c.list;
+    EXPECT_EQ(c.ok ? name : error, c.result) << c.list;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,252 @@
+// The monitor's run against a scripted stand-in for the library: which
+// commands and messages reach the library, in which order, and what the
+// user sees when the library reports an error.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <deque>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "monitor_session.h"
+
+using namespace rp1210mon;
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+struct Script {
+  short connect_result = 1;
+  short command_result = 0;
+  std::deque<Bytes> reads;  // returned in order; then 0 (nothing waiting)
+  std::deque<short> read_errors;  // negative results returned once the reads are used up
+  std::vector<std::pair<short, Bytes>> commands;
+  std::vector<Bytes> sent;
+  std::vector<short> disconnects;
+  int idle_sleeps_before_stop = 3;
+  bool real_sleep = false;
+};
+Script g;
+volatile std::sig_atomic_t g_stop = 0;
+
+short RP1210_CALL FakeConnect(RP1210_HWND, short, const char*, RP1210_LONG, RP1210_LONG, short) {
+  return g.connect_result;
+}
+short RP1210_CALL FakeDisconnect(short id) {
+  g.disconnects.push_back(id);
+  return 0;
+}
+short RP1210_CALL FakeSend(short, char* message, short size, short, short) {
+  g.sent.emplace_back(message, message + size);
+  return 0;
+}
+short RP1210_CALL FakeRead(short, char* buffer, short size, short) {
+  if (!g.reads.empty()) {
+    const Bytes message = g.reads.front();
+    g.reads.pop_front();
+    if (static_cast<short>(message.size()) > size) return -ERR_NOT_ENOUGH_MEMORY;
+    std::memcpy(buffer, message.data(), message.size());
+    return static_cast<short>(message.size());
+  }
+  if (!g.read_errors.empty()) {
+    const short error = g.read_errors.front();
+    g.read_errors.pop_front();
+    return error;
+  }
+  return 0;
+}
+short RP1210_CALL FakeCommand(short number, short, char* parameters, short size) {
+  g.commands.emplace_back(number, Bytes(parameters, parameters + (size > 0 ? size : 0)));
+  if (number == RP1210_Get_BatteryVoltage && size >= 2) {
+    parameters[0] = 0x31;
+    parameters[1] = 0x2E;
+  }
+  if (number == RP1210_Get_Protocol_Connection_Speed) std::snprintf(parameters, size, "500000");
+  return g.command_result;
+}
+void RP1210_CALL FakeVersion(char* a, char* b, char* c, char* d) {
+  std::strcpy(a, "1");
+  std::strcpy(b, "2");
+  std::strcpy(c, "3");
+  std::strcpy(d, "0");
+}
+short RP1210_CALL FakeErrorMsg(short code, char* text) {
+  std::sprintf(text, "text for %d", code);
+  return 0;
+}
+short RP1210_CALL FakeStatus(short, char* info, short size, short) {
+  for (short i = 0; i < size; ++i) info[i] = static_cast<char>(i);
+  return 0;
+}
+short RP1210_CALL FakeDetailed(short, char* api, char* dll, char* firmware) {
+  std::strcpy(api, "3.0.0.0");
+  std::strcpy(dll, "1.2.3");
+  std::strcpy(firmware, "4.25");
+  return 0;
+}
+short RP1210_CALL FakeSerial(RP1210_LONG, char* serial) {
+  std::memcpy(serial, "QV00012345", 10);  // exactly ten bytes, no terminator
+  return 0;
+}
+
+void FakeSleep(unsigned ms) {
+  if (g.real_sleep) {
+    const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+    while (std::chrono::steady_clock::now() < until) {
+    }
+    return;
+  }
+  if (--g.idle_sleeps_before_stop <= 0) g_stop = 1;
+}
+
+Rp1210Api FakeApi() {
+  Rp1210Api api;
+  api.ClientConnect = FakeConnect;
+  api.ClientDisconnect = FakeDisconnect;
+  api.SendMessage = FakeSend;
+  api.ReadMessage = FakeRead;
+  api.SendCommand = FakeCommand;
+  api.ReadVersion = FakeVersion;
+  api.GetErrorMsg = FakeErrorMsg;
+  api.GetHardwareStatus = FakeStatus;
+  api.ReadDetailedVersion = FakeDetailed;
+  api.ReadSerialNumber = FakeSerial;
+  return api;
+}
+
+struct RunResult {
+  int status = -1;
+  std::string out;
+  std::string err;
+};
+
+RunResult RunWith(std::vector<const char*> args) {
+  args.insert(args.begin(), "rp1210-monitor");
+  MonitorOptions options;
+  std::string error;
+  EXPECT_TRUE(ParseMonitorOptions(static_cast<int>(args.size()), args.data(), &options, &error)) << error;
+  g_stop = 0;
+  MonitorHost host;
+  host.sleep_ms = FakeSleep;
+  host.stop = &g_stop;
+  std::ostringstream out, err;
+  RunResult run;
+  run.status = RunMonitor(FakeApi(), options, host, out, err);
+  run.out = out.str();
+  run.err = err.str();
+  return run;
+}
+
+Bytes Stamped(const Bytes& rest) {
+  Bytes message = {0x00, 0x00, 0x30, 0x39};  // 12.345 s
+  message.insert(message.end(), rest.begin(), rest.end());
+  return message;
+}
+
+TEST(Session, CommandsSentBeforeMonitoring) {
+  struct Case {
+    std::vector<const char*> args;
+    std::vector<std::pair<short, Bytes>> commands;
+  };
+  const Case cases[] = {
+      // A fresh client discards everything, so pass-all is always needed.
+      {{}, {{3, {}}}},
+      {{"--echo"}, {{3, {}}, {16, {0x01}}}},
+      {{"--pgn", "0xF004", "--pgn", "0xFEF1", "--source", "0"},
+       {{4, {0x05, 0x04, 0xF0, 0x00, 0x00, 0x00, 0x00}}, {4, {0x05, 0xF1, 0xFE, 0x00, 0x00, 0x00, 0x00}}}},
+  };
+  for (const Case& c : cases) {
+    g = Script();
+    const RunResult run = RunWith(c.args);
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(g.commands, c.commands);
+    EXPECT_EQ(g.disconnects, std::vector<short>{1});
+  }
+}
+
+TEST(Session, LibraryErrorsUseItsTextsAndStillDisconnect) {
+  g = Script();
+  g.connect_result = ERR_HARDWARE_NOT_RESPONDING;
+  RunResult run = RunWith({});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err, "rp1210-monitor: RP1210_ClientConnect(\"J1939:Baud=Auto\"): text for 142 (142)\n");
+  EXPECT_TRUE(g.disconnects.empty());  // nothing to disconnect
+  EXPECT_TRUE(g.commands.empty());
+
+  g = Script();
+  g.command_result = ERR_INVALID_COMMAND;
+  run = RunWith({"--pgn", "0xF004"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err,
+            "rp1210-monitor: RP1210_SendCommand(Set_Message_Filtering_For_J1939): text for 144 (144)\n");
+  EXPECT_EQ(g.disconnects, std::vector<short>{1});
+
+  // A lost adapter ends the run; other read errors are reported and the run goes on.
+  g = Script();
+  g.read_errors = {-ERR_NOT_ENOUGH_MEMORY, -ERR_CLIENT_DISCONNECTED};
+  g.idle_sleeps_before_stop = 100;
+  run = RunWith({});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err,
+            "rp1210-monitor: RP1210_ReadMessage: text for 133 (133)\n"
+            "rp1210-monitor: RP1210_ReadMessage: text for 148 (148)\n");
+  EXPECT_EQ(g.disconnects, std::vector<short>{1});
+}
+
+TEST(Session, SentMessageEchoAndTrafficAreShownAndLogged) {
+  g = Script();
+  const Bytes sent = {0xF1, 0xFE, 0x00, 0x06, 0xF9, 0xFF, 0x01, 0x02};
+  Bytes echo = {0x01};
+  echo.insert(echo.end(), sent.begin(), sent.end());
+  g.reads = {Stamped(echo), Stamped({0x04, 0xF0, 0x00, 0x03, 0x00, 0xFF, 0xF0, 0x7D})};
+  const std::string log_path = ::testing::TempDir() + "monitor_session.log";
+  const RunResult run = RunWith({"--echo", "--send", "18FEF1F9#0102", "--log", log_path.c_str()});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(g.sent, std::vector<Bytes>{sent});
+  EXPECT_NE(run.out.find("sent F1 FE 00 06 F9 FF 01 02\n"), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find("    12.345 TX J1939    P6 PGN 0FEF1 CCVS     SA F9 DA FF [2] 01 02\n"), std::string::npos)
+      << run.out;
+  EXPECT_NE(run.out.find("    12.345 RX J1939    P3 PGN 0F004 EEC1     SA 00 DA FF [2] F0 7D\n"), std::string::npos)
+      << run.out;
+  EXPECT_NE(run.out.find("1 messages received, 1 echoed, 1 sent\ndisconnected\n"), std::string::npos) << run.out;
+
+  std::ifstream log(log_path);
+  std::string first, second, third;
+  std::getline(log, first);
+  std::getline(log, second);
+  EXPECT_FALSE(std::getline(log, third));
+  EXPECT_EQ(first.substr(first.find(')')), ") can0 18FEF1F9#0102");
+  EXPECT_EQ(second.substr(second.find(')')), ") can0 0CF00400#F07D");
+  std::remove(log_path.c_str());
+}
+
+TEST(Session, InformationFromEveryQuery) {
+  g = Script();
+  const RunResult run = RunWith({"--info"});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_NE(run.out.find("library version 1.2, RP1210 API 3.0\n"), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find("detailed version: API 3.0.0.0, DLL 1.2.3, firmware 4.25\n"), std::string::npos);
+  EXPECT_NE(run.out.find("serial number QV00012345\n"), std::string::npos);
+  EXPECT_NE(run.out.find("hardware status 00 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F 10 11 12 13 14 15 16 17\n"),
+            std::string::npos);
+  EXPECT_NE(run.out.find("battery voltage 12.590 V\n"), std::string::npos);  // 0x312E mV
+  EXPECT_NE(run.out.find("connection speed 500000 bit/s\n"), std::string::npos);
+}
+
+TEST(Session, PeriodicSendKeepsItsRate) {
+  g = Script();
+  g.real_sleep = true;
+  const RunResult run = RunWith({"--send", "18FEF1F9#00", "--period", "20", "--time", "0.1"});
+  EXPECT_EQ(run.status, 0) << run.err;
+  // Sends at 0, 20, 40, 60 and 80 ms; catching up after a late wake-up
+  // keeps the count even on a loaded machine.
+  EXPECT_GE(g.sent.size(), 4u);
+  EXPECT_LE(g.sent.size(), 6u);
+}
+
+}  // namespace
