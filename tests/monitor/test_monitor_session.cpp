@@ -62,35 +62,10 @@ short RP1210_CALL FakeRead(short, char* buffer, short size, short) {
 }
 short RP1210_CALL FakeCommand(short number, short, char* parameters, short size) {
   g.commands.emplace_back(number, Bytes(parameters, parameters + (size > 0 ? size : 0)));
-  if (number == RP1210_Get_BatteryVoltage && size >= 2) {
-    parameters[0] = 0x31;
-    parameters[1] = 0x2E;
-  }
-  if (number == RP1210_Get_Protocol_Connection_Speed) std::snprintf(parameters, size, "500000");
   return g.command_result;
-}
-void RP1210_CALL FakeVersion(char* a, char* b, char* c, char* d) {
-  std::strcpy(a, "1");
-  std::strcpy(b, "2");
-  std::strcpy(c, "3");
-  std::strcpy(d, "0");
 }
 short RP1210_CALL FakeErrorMsg(short code, char* text) {
   std::sprintf(text, "text for %d", code);
-  return 0;
-}
-short RP1210_CALL FakeStatus(short, char* info, short size, short) {
-  for (short i = 0; i < size; ++i) info[i] = static_cast<char>(i);
-  return 0;
-}
-short RP1210_CALL FakeDetailed(short, char* api, char* dll, char* firmware) {
-  std::strcpy(api, "3.0.0.0");
-  std::strcpy(dll, "1.2.3");
-  std::strcpy(firmware, "4.25");
-  return 0;
-}
-short RP1210_CALL FakeSerial(RP1210_LONG, char* serial) {
-  std::memcpy(serial, "QV00012345", 10);  // exactly ten bytes, no terminator
   return 0;
 }
 
@@ -111,11 +86,7 @@ Rp1210Api FakeApi() {
   api.SendMessage = FakeSend;
   api.ReadMessage = FakeRead;
   api.SendCommand = FakeCommand;
-  api.ReadVersion = FakeVersion;
   api.GetErrorMsg = FakeErrorMsg;
-  api.GetHardwareStatus = FakeStatus;
-  api.ReadDetailedVersion = FakeDetailed;
-  api.ReadSerialNumber = FakeSerial;
   return api;
 }
 
@@ -223,19 +194,6 @@ TEST(Session, SentMessageEchoAndTrafficAreShownAndLogged) {
   EXPECT_EQ(first.substr(first.find(')')), ") can0 18FEF1F9#0102");
   EXPECT_EQ(second.substr(second.find(')')), ") can0 0CF00400#F07D");
   std::remove(log_path.c_str());
-}
-
-TEST(Session, InformationFromEveryQuery) {
-  g = Script();
-  const RunResult run = RunWith({"--info"});
-  EXPECT_EQ(run.status, 0) << run.err;
-  EXPECT_NE(run.out.find("library version 1.2, RP1210 API 3.0\n"), std::string::npos) << run.out;
-  EXPECT_NE(run.out.find("detailed version: API 3.0.0.0, DLL 1.2.3, firmware 4.25\n"), std::string::npos);
-  EXPECT_NE(run.out.find("serial number QV00012345\n"), std::string::npos);
-  EXPECT_NE(run.out.find("hardware status 00 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F 10 11 12 13 14 15 16 17\n"),
-            std::string::npos);
-  EXPECT_NE(run.out.find("battery voltage 12.590 V\n"), std::string::npos);  // 0x312E mV
-  EXPECT_NE(run.out.find("connection speed 500000 bit/s\n"), std::string::npos);
 }
 
 TEST(Session, PeriodicSendKeepsItsRate) {
