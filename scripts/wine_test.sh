@@ -1,0 +1,100 @@
+#!/usr/bin/env bash
+# Runs the Windows end-to-end test program under wine64 against the adapter
+# simulator: a fresh WINEPREFIX, qvsim on a pseudo-terminal linked as COM5,
+# the vendor INI files under drive_c, the two registry keys imported after a
+# persistent wineserver has started (the HARDWARE branch is volatile), and
+# the pty modem-line shim preloaded. Stops everything it started.
+# Needs: build/win64 (QVRP32.dll, qvrp32_wintest.exe) and build/linux (qvsim,
+# the shim). Prints "N passed, N failed" over all runs.
+set -uo pipefail
+cd "$(dirname "$0")/.."
+top=$PWD
+
+win=$top/build/win64
+qvsim=$top/build/linux/tools/simulator/qvsim
+shim=$top/build/linux/tests/libqv_pty_modem_shim.so
+for f in "$win/QVRP32.dll" "$win/tests/windows/qvrp32_wintest.exe" "$qvsim" "$shim"; do
+  [ -e "$f" ] || { echo "wine_test: missing $f"; echo "0 passed, 1 failed"; exit 1; }
+done
+command -v wine >/dev/null || { echo "wine_test: wine is not installed"; echo "0 passed, 1 failed"; exit 1; }
+
+work=$(mktemp -d)
+export WINEPREFIX=$work/prefix WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
+sim_pid=""
+cleanup() {
+  [ -n "$sim_pid" ] && kill "$sim_pid" 2>/dev/null && wait "$sim_pid" 2>/dev/null
+  wineserver -k >/dev/null 2>&1
+  rm -rf "$work"
+}
+trap cleanup EXIT
+
+echo "wine_test: preparing a fresh prefix"
+wineboot -i >/dev/null 2>&1
+wineserver -w
+wineserver -p >/dev/null 2>&1
+
+mkdir -p "$work/bin"
+cp "$win/QVRP32.dll" "$win/tests/windows/qvrp32_wintest.exe" "$work/bin/"
+
+passed=0
+failed=0
+firmware_sent=4.15     # stored as 4.25: the firmware-text adjustment
+firmware_seen=4.25
+serial=QVWINE0001
+
+start_simulator() {  # format, extra qvsim options...
+  local format=$1; shift
+  rm -rf "$work/root"; mkdir -p "$work/root"
+  "$qvsim" --format "$format" --root "$work/root" --com 5 --firmware "$firmware_sent" \
+    --serial "$serial" "$@" >"$work/qvsim.out" 2>&1 &
+  sim_pid=$!
+  for _ in $(seq 50); do [ -L "$work/root/dosdevices/com5" ] && break; sleep 0.1; done
+  local slave
+  slave=$(readlink "$work/root/dosdevices/com5") || { echo "qvsim did not start"; cat "$work/qvsim.out"; return 1; }
+  ln -sfn "$slave" "$WINEPREFIX/dosdevices/com5"
+  mkdir -p "$WINEPREFIX/drive_c/ProgramData/QV/Corvane"
+  cp "$work/root/Windows/QVRP32.ini" "$WINEPREFIX/drive_c/windows/QVRP32.ini"
+  cp "$work/root/ProgramData/QV/Corvane/COMConfig.ini" "$WINEPREFIX/drive_c/ProgramData/QV/Corvane/"
+  wine reg add 'HKLM\HARDWARE\DEVICEMAP\SERIALCOMM' /v '\Device\USBSER000' /t REG_SZ /d COM5 /f >/dev/null 2>&1
+  wine regedit /S "$(winepath -w "$work/root/registry.reg" 2>/dev/null)" >/dev/null 2>&1
+}
+
+stop_simulator() {
+  [ -n "$sim_pid" ] && kill "$sim_pid" 2>/dev/null && wait "$sim_pid" 2>/dev/null
+  sim_pid=""
+}
+
+run_program() {  # label, program options...
+  local label=$1; shift
+  echo "-- $label"
+  (cd "$work/bin" && LD_PRELOAD=$shim timeout 120 wine ./qvrp32_wintest.exe "$@") >"$work/run.out" 2>&1
+  sed -n '/^\(ok\|FAIL\) /p' "$work/run.out"
+  local line p f
+  line=$(grep -E '^[0-9]+ passed, [0-9]+ failed$' "$work/run.out" | tail -n 1)
+  if [ -z "$line" ]; then
+    echo "FAIL $label: the program did not finish"; tail -n 20 "$work/run.out"
+    failed=$((failed + 1)); return
+  fi
+  read -r p _ f _ <<<"$line"
+  passed=$((passed + p)); failed=$((failed + f))
+}
+
+for format in 0 1 2; do
+  if start_simulator "$format" --traffic vehicle; then
+    run_program "FrameFormat $format" --firmware "$firmware_seen" --serial "$serial"
+  else
+    failed=$((failed + 1))
+  fi
+  stop_simulator
+done
+
+if start_simulator 1; then
+  rm -f "$WINEPREFIX/drive_c/windows/QVRP32.ini"
+  run_program "vendor INI file missing" --no-ini
+else
+  failed=$((failed + 1))
+fi
+stop_simulator
+
+echo "$passed passed, $failed failed"
+[ "$failed" = 0 ]

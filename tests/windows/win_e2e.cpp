@@ -1,0 +1,226 @@
+// End-to-end test of QVRP32.dll as a Windows application uses it: loaded with
+// LoadLibrary, every export resolved by name and by ordinal, and the main
+// scenarios run against the adapter simulator behind a COM port. Run under
+// Wine by scripts/wine_test.sh. Prints one line per scenario and
+// "N passed, N failed".
+#include <windows.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "qvrp32.h"
+
+namespace {
+
+struct Api {
+  decltype(&RP1210_ClientConnect) ClientConnect;
+  decltype(&RP1210_ClientDisconnect) ClientDisconnect;
+  decltype(&RP1210_SendMessage) SendMessage;
+  decltype(&RP1210_ReadMessage) ReadMessage;
+  decltype(&RP1210_SendCommand) SendCommand;
+  decltype(&RP1210_ReadVersion) ReadVersion;
+  decltype(&RP1210_GetErrorMsg) GetErrorMsg;
+  decltype(&RP1210_GetHardwareStatus) GetHardwareStatus;
+  decltype(&RP1210_ReadDetailedVersion) ReadDetailedVersion;
+  decltype(&RP1210_GetLastErrorMsg) GetLastErrorMsg;
+  decltype(&RP1210_Ioctl) Ioctl;
+  decltype(&RP1210_ReadSerialNumber) ReadSerialNumber;
+};
+
+struct Export {
+  const char* name;
+  int ordinal;
+};
+const Export kExports[] = {
+    {"RP1210_ClientConnect", 1},      {"RP1210_ClientDisconnect", 2},
+    {"RP1210_SendMessage", 3},        {"RP1210_ReadMessage", 4},
+    {"RP1210_SendCommand", 5},        {"RP1210_ReadVersion", 6},
+    {"RP1210_GetErrorMsg", 7},        {"RP1210_GetHardwareStatus", 8},
+    {"RP1210_ReadDetailedVersion", 9}, {"RP1210_GetLastErrorMsg", 10},
+    {"RP1210_Ioctl", 11},             {"_RP1210_ReadSerialNumber@8", 12},
+};
+
+int g_passed = 0;
+int g_failed = 0;
+
+void Report(const char* scenario, bool ok, const std::string& detail = "") {
+  if (ok) {
+    ++g_passed;
+    std::printf("ok   %s\n", scenario);
+  } else {
+    ++g_failed;
+    std::printf("FAIL %s%s%s\n", scenario, detail.empty() ? "" : ": ", detail.c_str());
+  }
+  std::fflush(stdout);
+}
+
+std::string Num(long value) { return std::to_string(value); }
+
+bool ResolveAll(HMODULE dll, Api* api, std::string* detail) {
+  FARPROC procs[12];
+  for (int i = 0; i < 12; ++i) {
+    FARPROC by_name = GetProcAddress(dll, kExports[i].name);
+    FARPROC by_ordinal = GetProcAddress(dll, MAKEINTRESOURCEA(kExports[i].ordinal));
+    if (!by_name || by_name != by_ordinal) {
+      *detail = std::string(kExports[i].name) + " by name " + (by_name ? "found" : "missing") +
+                ", ordinal " + Num(kExports[i].ordinal) + (by_ordinal == by_name ? " same" : " differs");
+      return false;
+    }
+    procs[i] = by_name;
+  }
+  api->ClientConnect = reinterpret_cast<decltype(api->ClientConnect)>(procs[0]);
+  api->ClientDisconnect = reinterpret_cast<decltype(api->ClientDisconnect)>(procs[1]);
+  api->SendMessage = reinterpret_cast<decltype(api->SendMessage)>(procs[2]);
+  api->ReadMessage = reinterpret_cast<decltype(api->ReadMessage)>(procs[3]);
+  api->SendCommand = reinterpret_cast<decltype(api->SendCommand)>(procs[4]);
+  api->ReadVersion = reinterpret_cast<decltype(api->ReadVersion)>(procs[5]);
+  api->GetErrorMsg = reinterpret_cast<decltype(api->GetErrorMsg)>(procs[6]);
+  api->GetHardwareStatus = reinterpret_cast<decltype(api->GetHardwareStatus)>(procs[7]);
+  api->ReadDetailedVersion = reinterpret_cast<decltype(api->ReadDetailedVersion)>(procs[8]);
+  api->GetLastErrorMsg = reinterpret_cast<decltype(api->GetLastErrorMsg)>(procs[9]);
+  api->Ioctl = reinterpret_cast<decltype(api->Ioctl)>(procs[10]);
+  api->ReadSerialNumber = reinterpret_cast<decltype(api->ReadSerialNumber)>(procs[11]);
+  return true;
+}
+
+void VersionsBeforeConnect(const Api& api) {
+  char a[32] = {}, b[32] = {}, c[32] = {}, d[32] = {};
+  api.ReadVersion(a, b, c, d);
+  bool ok = !std::strcmp(a, "1") && !std::strcmp(b, "2") && !std::strcmp(c, "3") && !std::strcmp(d, "0");
+  char api_text[32] = {}, dll_text[32] = {}, fw[32] = {1};
+  short rc = api.ReadDetailedVersion(1, api_text, dll_text, fw);
+  ok = ok && rc == 0 && !std::strcmp(api_text, "3.0.0.0") && !std::strcmp(dll_text, "1.2.3") && fw[0] == 0;
+  char serial[10];
+  std::memset(serial, 0x55, sizeof serial);
+  api.ReadSerialNumber(0, serial);
+  for (char ch : serial) ok = ok && ch == 0;
+  Report("versions and empty serial number before any connect", ok,
+         std::string(a) + "," + b + "," + c + "," + d + " " + api_text + " " + dll_text + " fw=" + fw);
+}
+
+void ConnectedScenarios(const Api& api, const char* firmware, const char* serial_expected) {
+  short id1 = api.ClientConnect(nullptr, 1, "J1939", 0, 0, 0);
+  Report("first J1939 client connects through registry discovery", id1 == 1, "got " + Num(id1));
+  if (id1 != 1) return;
+
+  char api_text[32] = {}, dll_text[32] = {}, fw[32] = {};
+  api.ReadDetailedVersion(1, api_text, dll_text, fw);
+  char serial[11] = {};
+  api.ReadSerialNumber(0, serial);
+  Report("firmware text and serial number come from the adapter",
+         !std::strcmp(fw, firmware) && !std::memcmp(serial, serial_expected, 10),
+         std::string("fw=") + fw + " serial=" + serial);
+
+  short id2 = api.ClientConnect(nullptr, 1, "J1939:Baud=Auto", 0, 0, 0);
+  Report("second client joins with Baud=Auto", id2 == 2, "got " + Num(id2));
+
+  char none[1] = {};
+  char echo_on[1] = {1};
+  short pass = api.SendCommand(RP1210_Set_All_Filters_States_to_Pass, 1, none, 0);
+  short echo = api.SendCommand(RP1210_Echo_Transmitted_Messages, 1, echo_on, 1);
+  Report("filters set to pass and echo switched on", pass == 0 && echo == 0,
+         Num(pass) + "," + Num(echo));
+
+  char msg[] = {0x00, static_cast<char>(0xEF), 0x00, 0x06, static_cast<char>(0xF9), 0x00,
+                0x11, 0x22, 0x33, 0x44};
+  short sent = api.SendMessage(1, msg, sizeof msg, 0, 1);
+  char buf[2048] = {};
+  short got = api.ReadMessage(1, buf, sizeof buf, 0);
+  bool echo_ok = sent == 0 && got == 4 + 1 + static_cast<short>(sizeof msg) && buf[4] == 1 &&
+                 !std::memcmp(buf + 5, msg, sizeof msg);
+  Report("a sent J1939 message is echoed back first", echo_ok,
+         "send " + Num(sent) + " read " + Num(got));
+
+  DWORD start = GetTickCount();
+  got = api.ReadMessage(1, buf, sizeof buf, BLOCKING_IO);
+  DWORD waited = GetTickCount() - start;
+  Report("a blocking read returns vehicle traffic", got > 10 && waited < 3000,
+         "read " + Num(got) + " after " + Num(static_cast<long>(waited)) + " ms");
+
+  char battery[2] = {};
+  short volts = api.SendCommand(RP1210_Get_BatteryVoltage, 1, battery, 2);
+  char speed[17] = {};
+  short speed_rc = api.SendCommand(RP1210_Get_Protocol_Connection_Speed, 1, speed, sizeof speed);
+  char baud[2] = {0, RP1210_BAUD_250k};
+  short baud_rc = api.SendCommand(RP1210_Set_J1939_Baud, 1, baud, 2);
+  short ioctl_rc = api.Ioctl(1, 3, nullptr, nullptr);
+  short unsupported = api.SendCommand(RP1210_Generic_Driver_Command, 1, none, 0);
+  Report("data-link and device commands",
+         volts == 0 && static_cast<unsigned char>(battery[0]) == 0x31 &&
+             static_cast<unsigned char>(battery[1]) == 0x2E && speed_rc == 0 &&
+             !std::strcmp(speed, "250000") && baud_rc == 0 && ioctl_rc == ERR_INVALID_IOCTL_ID &&
+             unsupported == ERR_COMMAND_NOT_SUPPORTED,
+         "battery " + Num(volts) + " speed " + Num(speed_rc) + "=" + speed + " baud " +
+             Num(baud_rc) + " ioctl " + Num(ioctl_rc) + " generic " + Num(unsupported));
+
+  char status[24];
+  std::memset(status, 0x77, sizeof status);
+  short st = api.GetHardwareStatus(1, status, sizeof status, 1);
+  const unsigned char want[8] = {0x01, 0x00, 0, 0, 0, 0, 0x05, 0x06};
+  bool status_ok = st == 0 && !std::memcmp(status, want, 8);
+  for (int i = 8; i < 24; ++i) status_ok = status_ok && status[i] == 0;
+  Report("hardware status record", status_ok, "rc " + Num(st));
+
+  short d2 = api.ClientDisconnect(2);
+  short after = api.SendCommand(RP1210_Set_All_Filters_States_to_Pass, 2, none, 0);
+  Report("second client disconnects alone", d2 == 0 && after == ERR_INVALID_CLIENT_ID,
+         Num(d2) + "," + Num(after));
+
+  start = GetTickCount();
+  short d1 = api.ClientDisconnect(1);
+  waited = GetTickCount() - start;
+  std::memset(serial, 0x55, 10);
+  api.ReadSerialNumber(0, serial);
+  bool empty = true;
+  for (int i = 0; i < 10; ++i) empty = empty && serial[i] == 0;
+  Report("first client disconnects, the port closes in time, the serial number is cleared",
+         d1 == 0 && waited < 2500 && empty, Num(d1) + " in " + Num(static_cast<long>(waited)) + " ms");
+}
+
+void MissingVendorIni(const Api& api) {
+  short rc = api.ClientConnect(nullptr, 1, "J1939", 0, 0, 0);
+  char text[128] = {};
+  short msg = api.GetErrorMsg(rc, text);
+  Report("without the vendor INI file a connect returns 202 and the library keeps working",
+         rc == ERR_INI_FILE_NOT_IN_WIN_DIR && msg == 0 && !std::strcmp(text, "Can't find ini file"),
+         Num(rc) + " '" + text + "'");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  bool no_ini = false;
+  const char* firmware = "4.25";
+  const char* serial = "QV00012345";
+  for (int i = 1; i < argc; ++i) {
+    if (!std::strcmp(argv[i], "--no-ini")) no_ini = true;
+    else if (!std::strcmp(argv[i], "--firmware") && i + 1 < argc) firmware = argv[++i];
+    else if (!std::strcmp(argv[i], "--serial") && i + 1 < argc) serial = argv[++i];
+  }
+
+  HMODULE dll = LoadLibraryA("QVRP32.dll");
+  Report("QVRP32.dll loads", dll != nullptr, "error " + Num(static_cast<long>(GetLastError())));
+  if (dll) {
+    Api api{};
+    std::string detail;
+    bool resolved = ResolveAll(dll, &api, &detail);
+    Report("all twelve exports resolve by name and by ordinal", resolved, detail);
+    if (resolved) {
+      char text[128] = {};
+      short rc = api.GetErrorMsg(ERR_HARDWARE_NOT_RESPONDING, text);
+      Report("error texts", rc == 0 && !std::strcmp(text, "CLIENT no working or communicate error."),
+             text);
+      if (no_ini) {
+        MissingVendorIni(api);
+      } else {
+        VersionsBeforeConnect(api);
+        ConnectedScenarios(api, firmware, serial);
+      }
+    }
+    FreeLibrary(dll);
+  }
+  std::printf("%d passed, %d failed\n", g_passed, g_failed);
+  return g_failed == 0 ? 0 : 1;
+}
