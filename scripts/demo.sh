@@ -17,7 +17,7 @@ fi
 
 echo "== building (cmake --preset linux)"
 cmake --preset linux >/dev/null
-cmake --build --preset linux -j "$(nproc 2>/dev/null || echo 2)" --target qvrp32 qvsim_tool rp1210-monitor >/dev/null
+cmake --build --preset linux -j "$(nproc 2>/dev/null || echo 2)" >/dev/null
 
 build=build/linux
 root=$(mktemp -d "${TMPDIR:-/tmp}/qvrp32-demo.XXXXXX")

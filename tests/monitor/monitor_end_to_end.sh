@@ -5,6 +5,7 @@
 # Usage: monitor_end_to_end.sh QVSIM MONITOR LIBRARY
 set -euo pipefail
 qvsim=$1 monitor=$2 library=$3
+[ -x "$qvsim" ] || { echo "FAIL: no simulator at $qvsim"; exit 1; }
 here=$(cd "$(dirname "$0")/../.." && pwd)
 
 root=$(mktemp -d)
