@@ -38,7 +38,7 @@ bool HostPath(const char* windows_path, char* out, size_t out_size) {
   const char* root = Root();
   size_t root_len = std::strlen(root);
   size_t rest_len = std::strlen(rest);
-  bool needs_slash = rest[0] != '\\' && rest[0] != '/';
+  bool needs_slash = rest[0] != '\0' && rest[0] != '\\' && rest[0] != '/';
   size_t total = root_len + (needs_slash ? 1 : 0) + rest_len;
   if (total + 1 > out_size) {
     out[0] = '\0';

@@ -1,0 +1,244 @@
+// The DebugLog file: when it is emptied, kept, created or not, what the
+// attach and detach write, and the text helpers of trace lines.
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <regex>
+#include <string>
+
+#include "api/configuration.h"
+#include "api/library_state.h"
+#include "diag/debug_log.h"
+#include "support/test_root.h"
+
+namespace {
+
+const std::string kBanner = "\n[----------------Start Log -------------------]";
+
+void WriteDebugSettings(const qvtest::TestRoot& root, int level, int mode) {
+  root.WriteFile(qv::kComConfigPath, "[COMConfig]\r\nDebugLevel=" + std::to_string(level) +
+                                         "\r\nDebugMode=" + std::to_string(mode) + "\r\n");
+}
+
+void UseLog(const char* path, const char* dir, uint8_t level, uint8_t append) {
+  std::memset(&qv::g_config, 0, sizeof qv::g_config);
+  std::strcpy(qv::g_config.log_path, path);
+  std::strcpy(qv::g_config.log_dir, dir);
+  qv::g_config.log_level = level;
+  qv::g_config.log_append = append;
+}
+
+size_t CountOf(const std::string& text, const std::string& part) {
+  size_t count = 0;
+  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+    ++count;
+  }
+  return count;
+}
+
+TEST(DebugLog, AttachAndDetachLinesFollowLevel) {
+  for (int level : {0, 1, 4}) {
+    qvtest::TestRoot root;
+    WriteDebugSettings(root, level, 0);
+    qv::ProcessAttach();
+    qv::ProcessDetach();
+    if (level == 0) {
+      EXPECT_FALSE(root.Exists(qv::kDefaultLogPath)) << "level 0 writes no file";
+      continue;
+    }
+    std::string log = root.ReadFile(qv::kDefaultLogPath);
+    std::regex layout(
+        "\n\\[----------------Start Log -------------------\\]"
+        "\n>>\\d{4}/\\d{2}/\\d{2}-\\d{2}:\\d{2}:\\d{2}\\.\\d{3}"
+        "\n  DLL_PROCESS_ATTACH \n  QVRP1210 DLL Version:1\\.2\\.3"
+        "\n  DLL_PROCESS_DETACH");
+    EXPECT_TRUE(std::regex_match(log, layout)) << log;
+  }
+}
+
+TEST(DebugLog, AttachIgnoresDebugFileUntilConnect) {
+  qvtest::TestRoot root;
+  WriteDebugSettings(root, 1, 0);
+  root.WriteFile(qv::kVendorIniPath, "[VendorInformation]\r\nDebugFile=C:\\Other\\x.txt\r\n");
+  qv::ProcessAttach();
+  EXPECT_TRUE(root.Exists(qv::kDefaultLogPath));
+  EXPECT_FALSE(root.Exists("C:\\Other"));
+  // The connect path re-reads the settings and reopens without a banner.
+  qv::LoadConfiguration();
+  EXPECT_EQ(qv::OpenDebugLog(false), 1);
+  EXPECT_EQ(qv::LogPrint(1, 0, "\n>>moved"), 1);
+  qv::ProcessDetach();
+  EXPECT_EQ(root.ReadFile("C:\\Other\\x.txt"), "\n>>moved\n  DLL_PROCESS_DETACH");
+  EXPECT_EQ(CountOf(root.ReadFile(qv::kDefaultLogPath), "DLL_PROCESS_ATTACH"), 1u);
+}
+
+TEST(DebugLog, AppendModeKeepsOrEmptiesTheFile) {
+  for (int mode : {0, 1}) {
+    qvtest::TestRoot root;
+    WriteDebugSettings(root, 1, mode);
+    root.WriteFile(qv::kDefaultLogPath, "old contents");
+    for (int run = 0; run < 2; ++run) {
+      qv::ProcessAttach();
+      qv::ProcessDetach();
+    }
+    std::string log = root.ReadFile(qv::kDefaultLogPath);
+    EXPECT_EQ(log.rfind("old contents", 0) == 0, mode == 1) << log;
+    EXPECT_EQ(CountOf(log, kBanner), mode == 1 ? 2u : 1u) << log;
+  }
+}
+
+TEST(DebugLog, ReopenWithoutBannerEmptiesUnlessAppending) {
+  for (uint8_t append : {0, 1}) {
+    qvtest::TestRoot root;
+    root.WriteFile("C:\\L\\log.txt", "");
+    UseLog("C:\\L\\log.txt", "C:\\L", 2, append);
+    ASSERT_EQ(qv::OpenDebugLog(true), 1);
+    qv::LogPrint(1, 0, "\nfirst");
+    ASSERT_EQ(qv::OpenDebugLog(false), 1);  // flushes and closes the first stream
+    qv::LogPrint(1, 0, "\nsecond");
+    qv::CloseDebugLog();
+    std::string log = root.ReadFile("C:\\L\\log.txt");
+    EXPECT_EQ(log.find("\nfirst") != std::string::npos, append == 1) << log;
+    EXPECT_EQ(log.find(kBanner) != std::string::npos, append == 1) << log;
+    EXPECT_NE(log.find("\nsecond"), std::string::npos) << log;
+  }
+}
+
+TEST(DebugLog, SizeLimitAppliesAboveFiftyMebibytes) {
+  struct Case {
+    off_t size;
+    bool kept;
+  } cases[] = {{52428800, true}, {52428801, false}};
+  for (const Case& c : cases) {
+    qvtest::TestRoot root;
+    root.WriteFile("C:\\L\\log.txt", "");
+    ASSERT_EQ(truncate(root.HostPath("C:\\L\\log.txt").c_str(), c.size), 0);  // sparse
+    UseLog("C:\\L\\log.txt", "C:\\L", 1, 1);
+    ASSERT_EQ(qv::OpenDebugLog(true), 1);
+    qv::CloseDebugLog();
+    std::string log = root.ReadFile("C:\\L\\log.txt");
+    size_t banner_bytes = kBanner.size() + 3 + 23;
+    EXPECT_EQ(log.size(), c.kept ? c.size + banner_bytes : banner_bytes) << c.size;
+  }
+}
+
+TEST(DebugLog, FolderCreatedOneLevelOnly) {
+  struct Case {
+    const char* path;
+    const char* dir;
+    int opened;
+  } cases[] = {
+      {"C:\\Top\\log.txt", "C:\\Top", 1},
+      {"C:\\Missing\\Sub\\log.txt", "C:\\Missing\\Sub", 0},
+      {"\\log.txt", "", 0},
+  };
+  for (const Case& c : cases) {
+    qvtest::TestRoot root;
+    UseLog(c.path, c.dir, 1, 0);
+    EXPECT_EQ(qv::OpenDebugLog(true), c.opened) << c.path;
+    EXPECT_EQ(root.Exists(c.path), c.opened == 1) << c.path;
+    EXPECT_EQ(qv::LogPrint(0, 0, "x"), c.opened) << c.path;
+    qv::CloseDebugLog();
+  }
+  qvtest::TestRoot root;
+  UseLog("C:\\Missing\\Sub\\log.txt", "C:\\Missing\\Sub", 1, 0);
+  qv::OpenDebugLog(true);
+  EXPECT_FALSE(root.Exists("C:\\Missing"));
+}
+
+TEST(DebugLog, LinesFilteredByLevel) {
+  qvtest::TestRoot root;
+  UseLog("C:\\L\\log.txt", "C:\\L", 2, 0);
+  ASSERT_EQ(qv::OpenDebugLog(false), 1);
+  EXPECT_EQ(qv::LogPrint(0, 0, "[0]"), 1);
+  EXPECT_EQ(qv::LogPrint(2, 0, "[%d]", 2), 1);
+  EXPECT_EQ(qv::LogPrint(3, 0, "[3]"), 0);
+  EXPECT_EQ(qv::LogPrint(4, 0, "[4]"), 0);
+  qv::g_config.log_level = 0;  // level 0 silences even level-0 lines
+  EXPECT_EQ(qv::LogPrint(0, 0, "[off]"), 0);
+  qv::CloseDebugLog();
+  EXPECT_EQ(qv::LogPrint(0, 0, "[closed]"), 0);
+  EXPECT_EQ(root.ReadFile("C:\\L\\log.txt"), "[0][2]");
+}
+
+TEST(DebugLog, OverlongTextIsCutAtTheBuffer) {
+  qvtest::TestRoot root;
+  UseLog("C:\\L\\log.txt", "C:\\L", 4, 0);
+  ASSERT_EQ(qv::OpenDebugLog(false), 1);
+  std::string big(20000, 'h');
+  EXPECT_EQ(qv::LogPrint(4, 0, "\n>>%s", big.c_str()), 1);
+  EXPECT_EQ(qv::LogPrint(4, 0, "|next"), 1);
+  qv::CloseDebugLog();
+  std::string log = root.ReadFile("C:\\L\\log.txt");
+  ASSERT_EQ(log.size(), qv::kLogTextSize - 1 + 5);
+  EXPECT_EQ(log.substr(log.size() - 5), "|next");
+}
+
+void* WriteTaggedLines(void* arg) {
+  char tag = *static_cast<char*>(arg);
+  std::string body(3000, tag);
+  for (int i = 0; i < 200; ++i) qv::LogPrint(1, 0, "\n<%s>", body.c_str());
+  return nullptr;
+}
+
+TEST(DebugLog, ConcurrentWritersNeverInterleaveATextOrLoseOne) {
+  qvtest::TestRoot root;
+  UseLog("C:\\L\\log.txt", "C:\\L", 1, 0);
+  ASSERT_EQ(qv::OpenDebugLog(false), 1);
+  char tags[3] = {'a', 'b', 'c'};
+  pthread_t threads[3];
+  for (int i = 0; i < 3; ++i) {
+    ASSERT_EQ(pthread_create(&threads[i], nullptr, WriteTaggedLines, &tags[i]), 0);
+  }
+  for (pthread_t& t : threads) pthread_join(t, nullptr);
+  qv::CloseDebugLog();
+  std::string log = root.ReadFile("C:\\L\\log.txt");
+  EXPECT_EQ(log.size(), 600u * 3003u);
+  size_t whole[3] = {0, 0, 0};
+  for (size_t at = 0; at + 3003 <= log.size(); at += 3003) {
+    for (int i = 0; i < 3; ++i) {
+      if (log.compare(at, 3003, "\n<" + std::string(3000, tags[i]) + ">") == 0) ++whole[i];
+    }
+  }
+  for (size_t count : whole) EXPECT_EQ(count, 200u);  // every text whole, none lost
+}
+
+TEST(TraceText, HexStringLimits) {
+  const uint8_t bytes[] = {0x00, 0xAB, 0x7F};
+  struct Case {
+    size_t out_size;
+    int count;
+    int result;
+    const char* text;
+  } cases[] = {
+      {10, 3, 3, " 00 AB 7F"}, {9, 3, 0, ""}, {64, 3, 3, " 00 AB 7F"},
+      {4, 1, 1, " 00"},        {3, 1, 0, ""}, {8, 0, 0, ""},
+      {8, -1, 0, ""},
+  };
+  for (const Case& c : cases) {
+    char out[80];
+    std::memset(out, 'Z', sizeof out);
+    EXPECT_EQ(qv::HexString(out, c.out_size, bytes, c.count), c.result) << c.out_size;
+    EXPECT_STREQ(out, c.text);
+    for (size_t i = 0; i < c.out_size; ++i) EXPECT_NE(out[i], 'Z') << "output zeroed first";
+    EXPECT_EQ(out[c.out_size], 'Z') << "nothing written past the output";
+  }
+}
+
+TEST(TraceText, TraceClockAndCounter) {
+  char text[64];
+  std::memset(text, 'Z', sizeof text);
+  uint32_t before = qv::MillisecondCounter();
+  uint32_t stamp = qv::TraceClock(text);
+  EXPECT_TRUE(std::regex_match(text, std::regex("\\d{2}:\\d{2}:\\d{2}\\.\\d{3}"))) << text;
+  EXPECT_EQ(text[63], '\0');
+  qv::platform::SleepMs(50);
+  uint32_t after = qv::MillisecondCounter();
+  EXPECT_LE(stamp - before, 5u);
+  EXPECT_GE(after - stamp, 50u);
+  EXPECT_LT(after - stamp, 500u);
+}
+
+}  // namespace

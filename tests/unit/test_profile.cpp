@@ -1,0 +1,179 @@
+// Profile reading must give the answers GetPrivateProfileStringA and
+// GetPrivateProfileIntA give for the same files, and Windows paths must map
+// below QVRP32_ROOT.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "platform/platform.h"
+#include "support/test_root.h"
+
+namespace {
+
+constexpr char kIni[] = "C:\\Test\\Profile.ini";
+
+const char kFile[] =
+    "; leading comment\r\n"
+    "Orphan=before any section\r\n"
+    "[Alpha]\r\n"
+    "Plain=value\r\n"
+    "  Spaced  =   padded value   \r\n"
+    "Quoted=\"  in quotes  \"\r\n"
+    "Single='single'\r\n"
+    "HalfQuote=\"open\r\n"
+    "Inner=a \"b\" c\r\n"
+    ";Commented=hidden\r\n"
+    "Empty=\r\n"
+    "NoEquals\r\n"
+    "Twice=first\r\n"
+    "Twice=second\r\n"
+    "Equals=a=b\r\n"
+    "[  beta  ]\r\n"
+    "Key=from beta\r\n"
+    "[Alpha]\r\n"
+    "Later=second alpha section\r\n"
+    "[Numbers]\r\n"
+    "Dec=42\r\n"
+    "Neg=-7\r\n"
+    "Plus=+9\r\n"
+    "Trail=102abc\r\n"
+    "Text=abc\r\n"
+    "Blank=\r\n"
+    "Quoted=\"15\"\r\n"
+    "Hex=0x1F\r\n"
+    "Big=260\r\n";
+
+TEST(Profile, StringLookupMatchesWindows) {
+  qvtest::TestRoot root;
+  root.WriteFile(kIni, kFile);
+  struct Case {
+    const char* section;
+    const char* key;
+    const char* expected;
+  } cases[] = {
+      {"Alpha", "Plain", "value"},
+      {"ALPHA", "plain", "value"},             // names are case-insensitive
+      {" Alpha ", " Plain ", "value"},         // requested names are trimmed
+      {"Alpha", "Spaced", "padded value"},     // key and value trimmed
+      {"Alpha", "Quoted", "  in quotes  "},    // one pair of quotes removed, inside kept
+      {"Alpha", "Single", "single"},
+      {"Alpha", "HalfQuote", "\"open"},        // unmatched quote stays
+      {"Alpha", "Inner", "a \"b\" c"},
+      {"Alpha", "Commented", "dflt"},          // ';' lines are comments
+      {"Alpha", ";Commented", "dflt"},
+      {"Alpha", "Empty", ""},                  // present but empty: empty, not default
+      {"Alpha", "NoEquals", "dflt"},           // a line without '=' has no value
+      {"Alpha", "Twice", "first"},             // first key wins
+      {"Alpha", "Equals", "a=b"},              // split at the first '='
+      {"Alpha", "Later", "dflt"},              // only the first [Alpha] is searched
+      {"Beta", "Key", "from beta"},            // section header trimmed
+      {"Alpha", "Key", "dflt"},                // keys do not leak across sections
+      {"Alpha", "Orphan", "dflt"},
+      {"Missing", "Plain", "dflt"},
+      {"Alpha", "Missing", "dflt"},
+  };
+  for (const Case& c : cases) {
+    char out[64];
+    std::memset(out, 'X', sizeof out);
+    uint32_t n = qv::platform::ProfileString(c.section, c.key, "dflt", out, sizeof out, kIni);
+    EXPECT_STREQ(out, c.expected) << c.section << "/" << c.key;
+    EXPECT_EQ(n, std::strlen(c.expected)) << c.section << "/" << c.key;
+  }
+}
+
+TEST(Profile, StringDefaultsAndTruncation) {
+  qvtest::TestRoot root;
+  root.WriteFile(kIni, "[S]\nLong=0123456789\n");
+  char out[16];
+
+  // Missing file: the default, with trailing blanks dropped as Windows does.
+  EXPECT_EQ(qv::platform::ProfileString("S", "Long", "def  ", out, sizeof out,
+                                        "C:\\Test\\None.ini"), 3u);
+  EXPECT_STREQ(out, "def");
+  EXPECT_EQ(qv::platform::ProfileString("S", "X", nullptr, out, sizeof out, kIni), 0u);
+  EXPECT_STREQ(out, "");
+
+  // Too small: cut to size - 1, the count is what was copied.
+  std::memset(out, 'X', sizeof out);
+  EXPECT_EQ(qv::platform::ProfileString("S", "Long", "", out, 5, kIni), 4u);
+  EXPECT_STREQ(out, "0123");
+  EXPECT_EQ(out[5], 'X');  // nothing beyond the given size
+  EXPECT_EQ(qv::platform::ProfileString("S", "Long", "", out, 1, kIni), 0u);
+  EXPECT_EQ(out[0], '\0');
+  std::memset(out, 'X', sizeof out);
+  EXPECT_EQ(qv::platform::ProfileString("S", "Long", "", out, 0, kIni), 0u);
+  EXPECT_EQ(out[0], 'X');
+  // The default is cut the same way.
+  EXPECT_EQ(qv::platform::ProfileString("S", "None", "abcdef", out, 4, kIni), 3u);
+  EXPECT_STREQ(out, "abc");
+}
+
+TEST(Profile, IntegerParsingMatchesWindows) {
+  qvtest::TestRoot root;
+  root.WriteFile(kIni, kFile);
+  struct Case {
+    const char* key;
+    int32_t expected;
+  } cases[] = {
+      {"Dec", 42},   {"Neg", -7},    {"Plus", 9},     {"Trail", 102}, {"Text", 0},
+      {"Blank", 55}, {"Quoted", 15}, {"Hex", 31},     {"Big", 260},   {"Absent", 55},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(static_cast<int32_t>(qv::platform::ProfileInt("numbers", c.key, 55, kIni)),
+              c.expected)
+        << c.key;
+  }
+  EXPECT_EQ(static_cast<int32_t>(qv::platform::ProfileInt("Numbers", "Dec", -3,
+                                                          "C:\\Test\\None.ini")),
+            -3);
+}
+
+TEST(HostPath, MapsBelowRoot) {
+  qvtest::TestRoot root;
+  char out[512];
+  struct Case {
+    const char* windows;
+    std::string expected;
+  } cases[] = {
+      {"C:\\Windows\\QVRP32.ini", root.path() + "/Windows/QVRP32.ini"},
+      {"D:\\A\\B", root.path() + "/A/B"},
+      {"\\A", root.path() + "/A"},
+      {"rel\\x", root.path() + "/rel/x"},
+      {"C:", root.path()},
+  };
+  for (const Case& c : cases) {
+    ASSERT_TRUE(qv::platform::HostPath(c.windows, out, sizeof out)) << c.windows;
+    EXPECT_EQ(std::string(out), c.expected);
+    EXPECT_EQ(c.expected, root.HostPath(c.windows));  // the test helper agrees
+  }
+  // Exactly fitting and one byte short.
+  std::string want = root.path() + "/A/B";
+  EXPECT_TRUE(qv::platform::HostPath("C:\\A\\B", out, want.size() + 1));
+  EXPECT_FALSE(qv::platform::HostPath("C:\\A\\B", out, want.size()));
+  EXPECT_STREQ(out, "");
+}
+
+TEST(HostPath, UnsetRootIsCurrentDirectory) {
+  unsetenv("QVRP32_ROOT");
+  char out[64];
+  ASSERT_TRUE(qv::platform::HostPath("C:\\A\\B.txt", out, sizeof out));
+  EXPECT_STREQ(out, "./A/B.txt");
+}
+
+TEST(Files, DirectoryAndFileTests) {
+  qvtest::TestRoot root;
+  root.WriteFile("C:\\D\\f.txt", "x");
+  EXPECT_TRUE(qv::platform::IsRegularFile("C:\\D\\f.txt"));
+  EXPECT_FALSE(qv::platform::IsRegularFile("C:\\D"));
+  EXPECT_TRUE(qv::platform::DirectoryExists("C:\\D"));
+  EXPECT_FALSE(qv::platform::DirectoryExists("C:\\D\\f.txt"));
+  EXPECT_TRUE(qv::platform::CreateOneDirectory("C:\\D\\New"));
+  EXPECT_TRUE(qv::platform::DirectoryExists("C:\\D\\New"));
+  EXPECT_FALSE(qv::platform::CreateOneDirectory("C:\\D\\New"));  // already there
+  EXPECT_FALSE(qv::platform::CreateOneDirectory("C:\\No\\Parent"));
+  EXPECT_FALSE(root.Exists("C:\\No"));
+}
+
+}  // namespace
