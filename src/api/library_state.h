@@ -116,6 +116,8 @@ int FindClientSlot(int16_t client_id);
 
 void ResetClientTable();
 void ReleaseClientSlot(int index);
+// Zeroes the whole slot, then sets block timeout 40000, J1708 checksum
+// mode 1 and max error message size 79 (the state of a free slot).
 void ApplySlotDefaults(ClientSlot& slot);
 
 // What DllMain does at process attach and detach (and load and unload of
