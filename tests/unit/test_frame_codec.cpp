@@ -1,0 +1,156 @@
+// AdapterFrame encoder and decoder: exact bytes, resynchronisation, and no
+// overrun whatever arrives.
+#include <gtest/gtest.h>
+
+#include <random>
+#include <vector>
+
+#include "link/frame_codec.h"
+
+namespace {
+
+using qv::link::EncodeAdapterFrame;
+using qv::link::FrameDecoder;
+using Bytes = std::vector<uint8_t>;
+
+Bytes Encode(const Bytes& payload, uint8_t format) {
+  Bytes out(2 * payload.size() + 10);
+  const uint32_t n = EncodeAdapterFrame(out.data(), static_cast<uint32_t>(out.size()),
+                                        payload.data(), static_cast<int32_t>(payload.size()), format);
+  out.resize(n);
+  return out;
+}
+
+// Every payload the decoder completes while fed `wire`.
+std::vector<Bytes> Decode(FrameDecoder& decoder, const Bytes& wire, uint8_t format) {
+  std::vector<Bytes> frames;
+  for (uint8_t b : wire) {
+    const uint16_t n = decoder.Feed(b, format);
+    if (n > 0) frames.emplace_back(decoder.Payload(), decoder.Payload() + n);
+  }
+  return frames;
+}
+
+TEST(FrameEncoder, WorkedExamples) {
+  struct Case {
+    Bytes payload;
+    uint8_t format;
+    Bytes wire;
+  };
+  const Case cases[] = {
+      {{0x01, 0x02, 0x03}, 0, {0xA5, 0xA5, 0x00, 0x03, 0x01, 0x02, 0x03, 0xF6}},
+      {{0x01, 0x02, 0x03}, 1, {0x01, 0x01, 0x07, 0x30, 0x07, 0x33, 0x07, 0x31, 0x07, 0x32, 0x07, 0x33, 0xF7, 0x36, 0x00, 0x00}},
+      {{0x01, 0x02, 0x03}, 2, {0xA5, 0xA5, 0x00, 0x03, 0x01, 0x02, 0x03, 0xA4}},
+      {{0x21, 0x9A, 0x5C, 0x00, 0x7E}, 1,
+       {0x01, 0x01, 0x07, 0x30, 0x07, 0x35, 0x27, 0x31, 0x97, 0x3A, 0x57, 0x3C, 0x07, 0x30, 0x77, 0x3E, 0x67, 0x35, 0x00, 0x00}},
+      {{0x21, 0x9A, 0x5C, 0x00, 0x7E}, 0, {0xA5, 0xA5, 0x00, 0x05, 0x21, 0x9A, 0x5C, 0x00, 0x7E, 0x65}},
+      {{}, 1, {0x01, 0x01, 0x07, 0x30, 0x07, 0x30, 0xF7, 0x3F, 0x00, 0x00}},
+      {{0xFF}, 1, {0x01, 0x01, 0x07, 0x30, 0x07, 0x31, 0xF7, 0x3F, 0xF7, 0x3F, 0x00, 0x00}},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(Encode(c.payload, c.format), c.wire) << "format " << int(c.format);
+  }
+}
+
+TEST(FrameEncoder, LengthFieldAndRefusals) {
+  Bytes payload(300, 0x11);
+  EXPECT_EQ(Encode(payload, 0)[2], 0x01);
+  EXPECT_EQ(Encode(payload, 0)[3], 0x2C);
+  uint8_t out[16];
+  const uint8_t one = 0x96;
+  EXPECT_EQ(EncodeAdapterFrame(out, sizeof out, &one, 1, 3), 0u) << "unknown format";
+  EXPECT_EQ(EncodeAdapterFrame(out, sizeof out, &one, -1, 0), 0u) << "negative length";
+  // The send buffer holds 8460 bytes: 4225 payload bytes in format 1, not 4226.
+  static uint8_t frame[qv::link::kFrameBufferSize];
+  static uint8_t big[4226];
+  EXPECT_EQ(EncodeAdapterFrame(frame, sizeof frame, big, 4225, 1), 8460u);
+  EXPECT_EQ(EncodeAdapterFrame(frame, sizeof frame, big, 4226, 1), 0u);
+}
+
+TEST(FrameDecoder, RoundTripsRandomPayloadsSplitAnywhere) {
+  std::mt19937 rng(7);
+  for (uint8_t format : {0, 1, 2}) {
+    FrameDecoder decoder;
+    std::vector<Bytes> sent;
+    Bytes wire;
+    for (int i = 0; i < 200; ++i) {
+      Bytes payload(1 + rng() % 600);
+      for (auto& b : payload) b = static_cast<uint8_t>(rng());
+      sent.push_back(payload);
+      const Bytes frame = Encode(payload, format);
+      wire.insert(wire.end(), frame.begin(), frame.end());
+    }
+    // Feeding byte by byte is the worst split; frames back to back is the
+    // "two frames in one read" case.
+    EXPECT_EQ(Decode(decoder, wire, format), sent) << "format " << int(format);
+  }
+}
+
+TEST(FrameDecoder, ResynchronisesAfterBadFrames) {
+  struct Case {
+    const char* what;
+    uint8_t format;
+    Bytes wire;
+    std::vector<Bytes> expected;
+  };
+  const Bytes good0 = {0xA5, 0xA5, 0x00, 0x02, 0x96, 0x00, 0x67};
+  const Bytes good2 = {0xA5, 0xA5, 0x00, 0x02, 0x96, 0x00, 0xA4};
+  auto cat = [](Bytes a, const Bytes& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+  };
+  const Case cases[] = {
+      {"three sync bytes lose the frame", 0, {0xA5, 0xA5, 0xA5, 0x00, 0x02, 0x96, 0x00, 0x67}, {}},
+      {"four sync bytes decode", 0, {0xA5, 0xA5, 0xA5, 0xA5, 0x00, 0x02, 0x96, 0x00, 0x67}, {{0x96, 0x00}}},
+      {"sum 0xFE dropped, next decoded", 0, cat({0xA5, 0xA5, 0x00, 0x02, 0x96, 0x00, 0x66}, good0), {{0x96, 0x00}}},
+      {"wrong end byte dropped", 2, cat({0xA5, 0xA5, 0x00, 0x02, 0x96, 0x00, 0xA3}, good2), {{0x96, 0x00}}},
+      {"length 0 abandoned", 0, cat({0xA5, 0xA5, 0x00, 0x00}, good0), {{0x96, 0x00}}},
+      {"garbage between frames", 2, cat(cat({0x13, 0x37, 0xA4}, good2), {0xA5, 0x01}), {{0x96, 0x00}}},
+      {"0x01 inside a format-1 frame restarts it", 1,
+       cat({0x01, 0x01, 0x07, 0x30, 0x07, 0x35, 0x27}, Encode({0x97, 0x02}, 1)), {{0x97, 0x02}}},
+      {"end marker before any payload byte", 1, {0x01, 0x07, 0x30, 0x00, 0x00}, {}},
+      {"bytes outside a format-1 frame skipped", 1, cat({0x42, 0x37}, Encode({0x93}, 1)), {{0x93}}},
+  };
+  for (const Case& c : cases) {
+    FrameDecoder decoder;
+    EXPECT_EQ(Decode(decoder, c.wire, c.format), c.expected) << c.what;
+  }
+}
+
+TEST(FrameDecoder, LengthLimitIs4106) {
+  for (uint8_t format : {0, 1}) {
+    Bytes payload(4106, 0x5A);
+    FrameDecoder decoder;
+    auto frames = Decode(decoder, Encode(payload, format), format);
+    ASSERT_EQ(frames.size(), 1u) << "format " << int(format);
+    EXPECT_EQ(frames[0], payload);
+    payload.push_back(0x5A);  // 0x100B is abandoned at the length byte
+    EXPECT_TRUE(Decode(decoder, Encode(payload, format), format).empty());
+  }
+}
+
+TEST(FrameDecoder, FormatOneNeverOverrunsOnEndlessFrame) {
+  FrameDecoder decoder;
+  Bytes wire = {0x01, 0x07, 0x30, 0x17, 0x30};  // length 0x0100
+  for (int i = 0; i < 20000; ++i) {
+    wire.push_back(0x57);
+    wire.push_back(0x35);
+  }
+  wire.push_back(0x00);
+  EXPECT_TRUE(Decode(decoder, wire, 1).empty());
+  const Bytes next = Encode({0x95, 0x02, 0x01}, 1);
+  EXPECT_EQ(Decode(decoder, next, 1), std::vector<Bytes>{Bytes({0x95, 0x02, 0x01})});
+}
+
+TEST(FrameDecoder, RandomBytesNeverCrash) {
+  std::mt19937 rng(1234);
+  for (uint8_t format : {0, 1, 2}) {
+    FrameDecoder decoder;
+    for (int i = 0; i < 2000000; ++i) {
+      const uint16_t n = decoder.Feed(static_cast<uint8_t>(rng()), format);
+      ASSERT_LE(n, qv::link::kMaxPayloadLength);
+    }
+  }
+}
+
+}  // namespace
