@@ -1,0 +1,117 @@
+// Finding the adapter from registry.reg: which port, which variant.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "api/configuration.h"
+#include "link/port_discovery.h"
+#include "link/serial_link.h"
+#include "platform/platform.h"
+#include "support/test_root.h"
+
+namespace {
+
+using qv::link::g_adapter_ports;
+
+const char kHeader[] = "REGEDIT4\r\n\r\n";
+const char kSerialComm[] = "[HKEY_LOCAL_MACHINE\\HARDWARE\\DEVICEMAP\\SERIALCOMM]\r\n";
+const char kArbiter[] =
+    "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Control\\COM Name Arbiter\\Devices]\r\n";
+
+std::string Entry(const std::string& name, const std::string& data) {
+  return "\"" + name + "\"=\"" + data + "\"\r\n";
+}
+std::string Usb(int n) { return "\\\\Device\\\\USBSER00" + std::to_string(n); }
+std::string Path(const std::string& marker) {
+  return "\\\\??\\\\USB#VID_0483&PID_5740#QV--VCI" + marker + "6&2b0a8f7&0&1#{a5dcbf10}";
+}
+
+struct Case {
+  const char* what;
+  std::string registry;
+  const char* serial_number;
+  int count;
+  const char* first_port;
+  const char* first_tag;
+  uint32_t frame_format;  // after SelectAdapterPort of the first port
+};
+
+TEST(PortDiscovery, FindsTheAdapterAndItsVariant) {
+  const std::string two = std::string(kHeader) + kSerialComm + Entry(Usb(0), "COM9") +
+                          Entry("\\\\Device\\\\Serial0", "COM1") + Entry(Usb(1), "COM4") + "\r\n" +
+                          kArbiter + Entry("COM4", Path("+#")) + Entry("COM9", Path("++#"));
+  const Case cases[] = {
+      {"two adapters: the first SERIALCOMM value wins", two, "", 2, "COM9", "#QV--VCI++#", 2},
+      {"format 1 marker", std::string(kHeader) + kSerialComm + Entry(Usb(0), "COM3") + kArbiter +
+                              Entry("COM3", Path("#")),
+       "", 1, "COM3", "#QV--VCI#", 1},
+      {"lower-case device path still matches",
+       std::string(kHeader) + kSerialComm + Entry(Usb(0), "COM3") + kArbiter +
+           Entry("com3", "\\\\??\\\\usb#vid_0483&pid_5740#qv--vci+#6&1"),
+       "", 1, "COM3", "#QV--VCI+#", 0},
+      {"a digit after the path is no marker",
+       std::string(kHeader) + kSerialComm + Entry(Usb(0), "COM3") + kArbiter +
+           Entry("COM3", Path("7")),
+       "", 0, nullptr, nullptr, 1},
+      {"another vendor's USB serial port is left out",
+       std::string(kHeader) + kSerialComm + Entry(Usb(0), "COM3") + kArbiter +
+           Entry("COM3", "\\\\??\\\\USB#VID_1234&PID_5678#X#"),
+       "", 0, nullptr, nullptr, 1},
+      {"no arbiter key, SN K...: every USB port is the adapter, format 0",
+       std::string(kHeader) + kSerialComm + Entry(Usb(0), "COM5") + Entry(Usb(1), "COM6"), "K123",
+       2, "COM5", "", 0},
+      {"no arbiter key, other SN: format 1",
+       std::string(kHeader) + kSerialComm + Entry(Usb(0), "COM5"), "A123", 1, "COM5", "", 1},
+      {"data longer than 8 bytes is skipped",
+       std::string(kHeader) + kSerialComm + Entry(Usb(0), "COM123456789") + Entry(Usb(1), "COM8"),
+       "", 1, "COM8", "", 1},
+      {"no SERIALCOMM key", std::string(kHeader) + kArbiter + Entry("COM3", Path("#")), "", 0,
+       nullptr, nullptr, 1},
+  };
+  for (const Case& c : cases) {
+    qvtest::TestRoot root;
+    root.WriteFile("C:\\registry.reg", c.registry);
+    std::strcpy(qv::g_config.serial_number, c.serial_number);
+    qv::link::g_frame_format = 1;
+    EXPECT_EQ(qv::link::DiscoverAdapterPorts(), c.count) << c.what;
+    if (c.count == 0) continue;
+    EXPECT_STREQ(g_adapter_ports.records[0].port_name, c.first_port) << c.what;
+    EXPECT_STREQ(g_adapter_ports.records[0].device_tag, c.first_tag) << c.what;
+    // No port file exists, so the open fails, but the variant is chosen first.
+    EXPECT_EQ(qv::link::SelectAdapterPort(c.first_port), 0) << c.what;
+    EXPECT_EQ(qv::link::g_frame_format, c.frame_format) << c.what;
+  }
+}
+
+TEST(RegistryFile, EnumeratesStringValuesInFileOrder) {
+  qvtest::TestRoot root;
+  root.WriteFile("C:\\registry.reg",
+                 std::string(kHeader) + "[hkey_local_machine\\Software\\Test]\n" +
+                     "\"first\"=\"a \\\"quoted\\\" \\\\ value\"\n" + "\"num\"=dword:00000001\n" +
+                     "\"second\"=\"COM12345\"\n\n[HKEY_LOCAL_MACHINE\\Software\\Other]\n" +
+                     "\"third\"=\"x\"\n");
+  qv::platform::RegistryKey key;
+  EXPECT_FALSE(qv::platform::RegistryOpenMachineKey("Software\\Missing", &key));
+  ASSERT_TRUE(qv::platform::RegistryOpenMachineKey("SOFTWARE\\TEST", &key));
+  char name[100];
+  uint8_t data[64];
+  uint32_t name_size = sizeof name;
+  uint32_t data_size = sizeof data;
+  ASSERT_EQ(qv::platform::RegistryEnumValue(key, 0, name, &name_size, data, &data_size), 0);
+  EXPECT_STREQ(name, "first");
+  EXPECT_STREQ(reinterpret_cast<char*>(data), "a \"quoted\" \\ value");
+  EXPECT_EQ(data_size, std::strlen("a \"quoted\" \\ value") + 1);
+  name_size = sizeof name;
+  data_size = 8;  // "COM12345" and its NUL need 9
+  EXPECT_EQ(qv::platform::RegistryEnumValue(key, 1, name, &name_size, data, &data_size),
+            qv::platform::kRegistryMoreData);
+  name_size = sizeof name;
+  data_size = sizeof data;
+  EXPECT_EQ(qv::platform::RegistryEnumValue(key, 2, name, &name_size, data, &data_size),
+            qv::platform::kRegistryNoMoreItems)
+      << "values of the next key do not belong to this one";
+  qv::platform::RegistryClose(key);
+}
+
+}  // namespace
