@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # The project's one test command: installs what it needs (when run as root on
 # Debian), builds the Linux library, the sanitizer build and both Windows
-# DLLs, checks the DLLs, and runs every test.
+# DLLs, checks the DLLs, runs the 64-bit DLL under Wine, and runs every test.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -10,11 +10,15 @@ PACKAGES=(
   g++-mingw-w64-x86-64-win32 g++-mingw-w64-i686-win32
   binutils-mingw-w64-x86-64 binutils-mingw-w64-i686
 )
+# Wine runs the Windows end-to-end test; installed as tested here, with its
+# recommended packages.
+WINE_PACKAGES=(wine wine64)
 
 if [ "$(id -u)" = 0 ] && command -v apt-get >/dev/null && [ -z "${QVRP32_NO_INSTALL:-}" ]; then
   export DEBIAN_FRONTEND=noninteractive
   apt-get update -qq
   apt-get install -y -qq --no-install-recommends "${PACKAGES[@]}" >/dev/null
+  apt-get install -y -qq "${WINE_PACKAGES[@]}" >/dev/null
 fi
 
 jobs=$(nproc 2>/dev/null || echo 2)
@@ -24,10 +28,17 @@ for preset in linux linux-asan win32 win64; do
   cmake --build --preset "$preset" -j "$jobs"
 done
 
+# Every stage runs even when an earlier one failed; the exit status says
+# whether all of them passed.
+status=0
 echo "== Windows DLL export and import tables"
-bash scripts/check_dlls.sh
+bash scripts/check_dlls.sh || status=1
+
+echo "== Windows DLL under Wine, against the adapter simulator"
+bash scripts/wine_test.sh || status=1
 
 echo "== tests: sanitizer build"
-ctest --preset linux-asan -j "$jobs"
+ctest --preset linux-asan -j "$jobs" || status=1
 echo "== tests: release build"
-ctest --preset linux -j "$jobs"
+ctest --preset linux -j "$jobs" || status=1
+exit $status
