@@ -32,11 +32,19 @@ class PtyPeer {
     master_ = posix_openpt(O_RDWR | O_NOCTTY);
     grantpt(master_);
     unlockpt(master_);
+    const std::string link = root.path() + "/dosdevices/com7";
     std::filesystem::create_directories(root.path() + "/dosdevices");
-    std::filesystem::create_symlink(ptsname(master_), root.path() + "/dosdevices/com7");
+    std::filesystem::remove(link);
+    std::filesystem::create_symlink(ptsname(master_), link);
   }
   ~PtyPeer() { HangUp(); }
-  void Write(const Bytes& bytes) { ASSERT_EQ(write(master_, bytes.data(), bytes.size()), ssize_t(bytes.size())); }
+  void Write(const Bytes& bytes) {
+    for (size_t done = 0; done < bytes.size();) {
+      const ssize_t n = write(master_, bytes.data() + done, bytes.size() - done);
+      ASSERT_GT(n, 0);
+      done += static_cast<size_t>(n);
+    }
+  }
   Bytes Read(size_t want, int timeout_ms) {
     Bytes got;
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
@@ -86,10 +94,71 @@ TEST(SerialLink, CarriesFramesBothWaysInEveryFormat) {
            qv::MillisecondCounter() - start < 1000) {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    EXPECT_EQ(g_reply_queue.Pending(), 1u) << int(format);
-    EXPECT_EQ(g_message_queue.Pending(), 1u) << int(format);
+    uint8_t taken[64];
+    ASSERT_EQ(g_reply_queue.Take(taken, sizeof taken), 3) << int(format);
+    EXPECT_EQ(Bytes(taken, taken + 3), request) << int(format);
+    ASSERT_EQ(g_message_queue.Take(taken, sizeof taken), 6) << int(format);
+    EXPECT_EQ(Bytes(taken, taken + 6), (Bytes{0x97, 0x02, 0x01, 0x00, 0x04, 0xF0})) << int(format);
     CloseAdapterPort();
   }
+}
+
+bool WaitUntil(bool (*done)(), uint32_t limit_ms) {
+  const uint32_t start = qv::MillisecondCounter();
+  while (!done() && qv::MillisecondCounter() - start < limit_ms) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return done();
+}
+
+// Far more than the pty buffers hold, so the reader sees the stream cut at
+// arbitrary points; every message must come through whole and in order.
+TEST(SerialLink, BurstOfMessagesArrivesWholeAndInOrder) {
+  qvtest::TestRoot root;
+  PtyPeer adapter(root);
+  g_frame_format = 0;
+  ASSERT_EQ(OpenAdapterPort("COM7"), 1);
+  constexpr int kCount = 800;
+  Bytes stream;
+  for (int i = 0; i < kCount; ++i) {
+    Bytes payload = {0x97, static_cast<uint8_t>(i >> 8), static_cast<uint8_t>(i)};
+    for (int k = 0; k < 40; ++k) payload.push_back(static_cast<uint8_t>(i * 7 + k));
+    const Bytes frame = Frame(payload, 0);
+    stream.insert(stream.end(), frame.begin(), frame.end());
+  }
+  adapter.Write(stream);
+  EXPECT_TRUE(WaitUntil([] { return g_message_queue.Pending() == kCount; }, 3000))
+      << g_message_queue.Pending();
+  for (int i = 0; i < kCount; ++i) {
+    uint8_t taken[64];
+    ASSERT_EQ(g_message_queue.Take(taken, sizeof taken), 43) << i;
+    ASSERT_EQ((taken[1] << 8) | taken[2], i);
+    ASSERT_EQ(taken[42], static_cast<uint8_t>(i * 7 + 39)) << i;
+  }
+  CloseAdapterPort();
+}
+
+size_t OpenDescriptors() {
+  return static_cast<size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                                           std::filesystem::directory_iterator()));
+}
+
+// After a hang-up the link is down but still holds its thread and
+// descriptors; the next open must release them, not leak them.
+TEST(SerialLink, ReopensAfterHangUpWithoutLeaking) {
+  qvtest::TestRoot root;
+  const size_t baseline = OpenDescriptors();
+  for (int round = 0; round < 4; ++round) {
+    PtyPeer adapter(root);
+    ASSERT_EQ(OpenAdapterPort("COM7"), 1) << round;
+    const uint8_t request[] = {0x96, 0x00, static_cast<uint8_t>(round)};
+    ASSERT_EQ(SendAdapterFrame(request, 3), 1);
+    EXPECT_EQ(adapter.Read(8, 1000).size(), 8u) << round;
+    adapter.HangUp();
+    ASSERT_TRUE(WaitUntil([] { return !PortIsOpen(); }, 1000)) << round;
+  }
+  CloseAdapterPort();
+  EXPECT_EQ(OpenDescriptors(), baseline);
 }
 
 std::vector<uint32_t> g_chunks;
@@ -139,10 +208,16 @@ TEST(SerialLink, AdapterHangingUpDropsTheLink) {
   CloseAdapterPort();
 }
 
-TEST(SerialLink, MissingPortFailsToOpen) {
+TEST(SerialLink, RefusesPortsThatAreMissingOrNotPlainComNames) {
   qvtest::TestRoot root;
-  EXPECT_EQ(OpenAdapterPort("COM7"), 0);
-  EXPECT_FALSE(PortIsOpen());
+  PtyPeer adapter(root);  // a working COM7 that the odd names below lead to
+  root.WriteFile("C:\\dosdevices\\com9", "not a tty");
+  for (const char* name : {"COM8", "COM9", "", "../dosdevices/COM7", "COM7/"}) {
+    EXPECT_EQ(OpenAdapterPort(name), 0) << name;
+    EXPECT_FALSE(PortIsOpen()) << name;
+  }
+  EXPECT_EQ(OpenAdapterPort("com7"), 1) << "the device name is matched in lower case";
+  CloseAdapterPort();
 }
 
 }  // namespace

@@ -1,7 +1,8 @@
 // The adapter's serial port on POSIX: COMn is $QVRP32_ROOT/dosdevices/comn
 // (a tty or a pseudo-terminal), raw 115200 8N1 without flow control. The
 // reader thread waits in poll() on the port and on a wake-up pipe, so a close
-// is prompt however silent the adapter is.
+// takes a few milliseconds however silent the adapter is (the Windows port
+// may use up its whole 1000 ms thread wait there).
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -88,11 +89,25 @@ bool ConfigureLine(int fd) {
   return true;
 }
 
+// COM names are plain words ("COM7"); anything else could walk out of
+// dosdevices and is refused.
+bool IsPlainPortName(const char* name) {
+  if (name == nullptr || *name == '\0' || std::strlen(name) > 16) return false;
+  for (; *name; ++name) {
+    if (!std::isalnum(static_cast<unsigned char>(*name))) return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 bool OpenSerialPort(const char* port_name) {
+  // A link that dropped on its own (hang-up) still holds its thread and
+  // descriptors; release them before they are overwritten.
+  if (g_reader_running || g_port_fd >= 0 || g_wake_pipe[0] >= 0) CloseSerialPort();
+  if (!IsPlainPortName(port_name)) return false;
   char device[64];
-  std::snprintf(device, sizeof device, "C:\\dosdevices\\%s", port_name ? port_name : "");
+  std::snprintf(device, sizeof device, "C:\\dosdevices\\%s", port_name);
   for (char* c = device + 14; *c; ++c) *c = static_cast<char>(std::tolower(static_cast<unsigned char>(*c)));
   char path[1024];
   if (!HostPath(device, path, sizeof path)) return false;

@@ -15,9 +15,13 @@ namespace {
 constexpr DWORD kStagingSize = 262144;
 constexpr DWORD kReadWaitMs = 500;
 constexpr DWORD kThreadWaitMs = 1000;
+// A 200-byte chunk needs about 17 ms at 115200 baud. The driver's own limit
+// (500 ms per byte + 2000 ms) would hold ApiLock for minutes on a stalled
+// line, so a pending write gets this long before it is cancelled.
 constexpr DWORD kWriteSettleMs = 5000;
 constexpr DWORD kCommMask = EV_RXCHAR | EV_TXEMPTY | EV_ERR;  // 0x85
 constexpr DWORD kQueueSize = 131072;
+constexpr DWORD kFailedWaitPauseMs = 20;
 
 HANDLE g_port = INVALID_HANDLE_VALUE;
 HANDLE g_thread = INVALID_HANDLE_VALUE;
@@ -89,13 +93,18 @@ unsigned __stdcall AdapterReaderThread(void* argument) {
       mask = event_mask;
     } else {
       const DWORD error = GetLastError();
+      bool waited = false;
       if (error == ERROR_IO_PENDING) {
         DWORD unused = 0;
-        if (GetOverlappedResult(port, &ov, &unused, TRUE)) mask = event_mask;
+        waited = GetOverlappedResult(port, &ov, &unused, TRUE) != FALSE;
+        if (waited) mask = event_mask;
       } else if (error == ERROR_INVALID_HANDLE) {
         break;
       }
-      // Any other failure is an empty pass with the previous mask.
+      // Any other failure is an empty pass with the previous mask. An
+      // unplugged adapter fails every wait at once: pause so the loop does
+      // not burn a core until PortOpenFlag drops.
+      if (!waited) Sleep(kFailedWaitPauseMs);
     }
     if (generation != g_open_generation) break;
     DrainSerialInput(port, mask);
@@ -108,6 +117,9 @@ unsigned __stdcall AdapterReaderThread(void* argument) {
 }  // namespace
 
 bool OpenSerialPort(const char* port_name) {
+  // A link that dropped on its own (fatal write, reader without its event)
+  // still holds its handles; release them before they are overwritten.
+  if (g_thread != INVALID_HANDLE_VALUE || g_port != INVALID_HANDLE_VALUE) CloseSerialPort();
   char path[32];
   std::snprintf(path, sizeof path, "\\\\.\\%s", port_name ? port_name : "");
   if (!CreateOverlapped(g_read_ov)) return false;
@@ -203,7 +215,12 @@ ChunkResult WriteSerialChunk(const uint8_t* data, uint32_t length) {
     // The next chunk reuses the buffer and the OVERLAPPED: settle this one
     // first, within the write time-outs.
     if (WaitForSingleObject(g_write_ov.hEvent, kWriteSettleMs) != WAIT_OBJECT_0) CancelIo(g_port);
-    GetOverlappedResult(g_port, &g_write_ov, &written, TRUE);
+    // Settling tells us what WriteFile could not yet: an adapter unplugged
+    // mid-write is gone like one that refused the write outright.
+    if (!GetOverlappedResult(g_port, &g_write_ov, &written, TRUE) &&
+        GetLastError() == ERROR_DEVICE_NOT_CONNECTED) {
+      return ChunkResult::kFatal;
+    }
   }
   return ChunkResult::kAccepted;
 }
