@@ -1,11 +1,19 @@
 // Finding the adapter from registry.reg: which port, which variant.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <poll.h>
+#include <stdlib.h>
+#include <unistd.h>
+
 #include <cstring>
+#include <filesystem>
 #include <string>
 
 #include "api/configuration.h"
+#include "link/payload_queue.h"
 #include "link/port_discovery.h"
+#include "link/rx_sink.h"
 #include "link/serial_link.h"
 #include "platform/platform.h"
 #include "support/test_root.h"
@@ -84,34 +92,51 @@ TEST(PortDiscovery, FindsTheAdapterAndItsVariant) {
   }
 }
 
-TEST(RegistryFile, EnumeratesStringValuesInFileOrder) {
+// The selected variant is what goes on the wire; a failed or foreign
+// selection still leaves the receive side empty and the variant as it was.
+TEST(PortDiscovery, SelectionDecidesTheWireFormatAndResetsTheReceiveSide) {
   qvtest::TestRoot root;
-  root.WriteFile("C:\\registry.reg",
-                 std::string(kHeader) + "[hkey_local_machine\\Software\\Test]\n" +
-                     "\"first\"=\"a \\\"quoted\\\" \\\\ value\"\n" + "\"num\"=dword:00000001\n" +
-                     "\"second\"=\"COM12345\"\n\n[HKEY_LOCAL_MACHINE\\Software\\Other]\n" +
-                     "\"third\"=\"x\"\n");
-  qv::platform::RegistryKey key;
-  EXPECT_FALSE(qv::platform::RegistryOpenMachineKey("Software\\Missing", &key));
-  ASSERT_TRUE(qv::platform::RegistryOpenMachineKey("SOFTWARE\\TEST", &key));
-  char name[100];
-  uint8_t data[64];
-  uint32_t name_size = sizeof name;
-  uint32_t data_size = sizeof data;
-  ASSERT_EQ(qv::platform::RegistryEnumValue(key, 0, name, &name_size, data, &data_size), 0);
-  EXPECT_STREQ(name, "first");
-  EXPECT_STREQ(reinterpret_cast<char*>(data), "a \"quoted\" \\ value");
-  EXPECT_EQ(data_size, std::strlen("a \"quoted\" \\ value") + 1);
-  name_size = sizeof name;
-  data_size = 8;  // "COM12345" and its NUL need 9
-  EXPECT_EQ(qv::platform::RegistryEnumValue(key, 1, name, &name_size, data, &data_size),
-            qv::platform::kRegistryMoreData);
-  name_size = sizeof name;
-  data_size = sizeof data;
-  EXPECT_EQ(qv::platform::RegistryEnumValue(key, 2, name, &name_size, data, &data_size),
-            qv::platform::kRegistryNoMoreItems)
-      << "values of the next key do not belong to this one";
-  qv::platform::RegistryClose(key);
+  root.WriteFile("C:\\registry.reg", std::string(kHeader) + kSerialComm +
+                                         Entry(Usb(0), "COM3") + kArbiter +
+                                         Entry("COM3", Path("++#")));
+  const int master = posix_openpt(O_RDWR | O_NOCTTY);
+  ASSERT_GE(master, 0);
+  grantpt(master);
+  unlockpt(master);
+  std::filesystem::create_directories(root.path() + "/dosdevices");
+  std::filesystem::create_symlink(ptsname(master), root.path() + "/dosdevices/com3");
+
+  ASSERT_EQ(qv::link::DiscoverAdapterPorts(), 1);
+  const uint8_t stale[] = {0x97, 0x01};
+  qv::link::g_reply_queue.File(stale, 2);
+  qv::link::g_message_queue.File(stale, 2);
+  ASSERT_EQ(qv::link::SelectAdapterPort("COM3"), 1);
+  EXPECT_TRUE(qv::link::g_reply_queue.Empty());
+  EXPECT_TRUE(qv::link::g_message_queue.Empty());
+  const uint8_t request[] = {0x96, 0x01};
+  ASSERT_EQ(qv::link::SendAdapterFrame(request, 2), 1);
+  uint8_t wire[16] = {};
+  size_t got = 0;
+  for (int tries = 0; got < 7 && tries < 50; ++tries) {
+    pollfd p = {master, POLLIN, 0};
+    if (poll(&p, 1, 20) > 0) {
+      const ssize_t n = read(master, wire + got, sizeof wire - got);
+      if (n > 0) got += static_cast<size_t>(n);
+    }
+  }
+  const uint8_t format2[] = {0xA5, 0xA5, 0x00, 0x02, 0x96, 0x01, 0xA4};
+  ASSERT_EQ(got, 7u);
+  EXPECT_EQ(std::memcmp(wire, format2, 7), 0);
+  qv::link::CloseAdapterPort();
+
+  qv::link::g_reply_queue.File(stale, 2);
+  for (const char* name : {"LPT1", "COM99"}) {
+    EXPECT_EQ(qv::link::SelectAdapterPort(name), 0) << name;
+    EXPECT_TRUE(qv::link::g_reply_queue.Empty()) << name;
+    EXPECT_EQ(qv::link::g_frame_format, 2u) << name;
+    EXPECT_FALSE(qv::link::PortIsOpen()) << name;
+  }
+  close(master);
 }
 
 }  // namespace

@@ -1,7 +1,8 @@
 // The registry on POSIX: $QVRP32_ROOT/registry.reg in regedit's export format
 // (REGEDIT4, "name"="data" string values with \\ and \" escapes). A key
 // whose section is absent cannot be opened; values enumerate in file order;
-// values that are not strings are passed over.
+// values that are not strings are passed over. Only the first 256 KiB of the
+// file are read: far more than the two keys the library looks at need.
 #include <strings.h>
 
 #include <cstdio>
@@ -108,7 +109,13 @@ int32_t RegistryEnumValue(RegistryKey key, uint32_t index, char* name, uint32_t*
     at = end;
     size_t name_len = 0;
     size_t data_len = 0;
-    size_t pos = ReadQuoted(line, end, value_name, sizeof value_name, &name_len);
+    size_t pos = 0;
+    if (line < end && g_file[line] == '@') {
+      pos = line + 1;  // the key's default value, enumerated with an empty name
+      value_name[0] = '\0';
+    } else {
+      pos = ReadQuoted(line, end, value_name, sizeof value_name, &name_len);
+    }
     if (pos == 0 || pos >= end || g_file[pos] != '=') continue;
     if (ReadQuoted(pos + 1, end, value_data, sizeof value_data, &data_len) == 0) continue;
     if (seen++ != index) continue;
