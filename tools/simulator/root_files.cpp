@@ -1,0 +1,99 @@
+// The files a QVRP32_ROOT needs for the library to find this adapter: the
+// port link, the registry entries that name its variant, and the two INI
+// files (only when absent, so a test's own settings survive).
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <string>
+
+#include "qvsim/simulator.h"
+
+namespace qvsim {
+namespace {
+
+bool MakeDirs(const std::string& path) {
+  std::string partial;
+  size_t at = 0;
+  while (at != std::string::npos) {
+    at = path.find('/', at + 1);
+    partial = path.substr(0, at);
+    if (partial.empty()) continue;
+    if (mkdir(partial.c_str(), 0755) != 0 && errno != EEXIST) return false;
+  }
+  return true;
+}
+
+bool WriteText(const std::string& path, const std::string& text) {
+  std::FILE* file = std::fopen(path.c_str(), "wb");
+  if (!file) return false;
+  const bool ok = std::fwrite(text.data(), 1, text.size(), file) == text.size();
+  return std::fclose(file) == 0 && ok;
+}
+
+bool Exists(const std::string& path) {
+  struct stat st;
+  return stat(path.c_str(), &st) == 0;
+}
+
+// The device path's marker after "QV--VCI" selects the framing.
+const char* VariantMarker(int frame_format) {
+  switch (frame_format) {
+    case 0: return "+#";
+    case 2: return "++#";
+    default: return "#";
+  }
+}
+
+}  // namespace
+
+bool Simulator::PrepareRoot(const std::string& root_dir, int com_number) {
+  const std::string slave = SlavePath();
+  if (slave.empty() || com_number < 1 || com_number > 255) return false;
+  const std::string com = "COM" + std::to_string(com_number);
+
+  const std::string devices = root_dir + "/dosdevices";
+  if (!MakeDirs(devices)) return false;
+  const std::string link = devices + "/com" + std::to_string(com_number);
+  unlink(link.c_str());
+  if (symlink(slave.c_str(), link.c_str()) != 0) return false;
+
+  const std::string registry =
+      "REGEDIT4\n\n"
+      "[HKEY_LOCAL_MACHINE\\HARDWARE\\DEVICEMAP\\SERIALCOMM]\n"
+      "\"\\\\Device\\\\USBSER000\"=\"" + com + "\"\n\n"
+      "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Control\\COM Name Arbiter\\Devices]\n"
+      "\"" + com + "\"=\"\\\\??\\\\USB#VID_0483&PID_5740#QV--VCI" +
+      VariantMarker(CurrentConfig().frame_format) +
+      "6&2b0a8f7&0&1#{a5dcbf10-6530-11d2-901f-00c04fb951ed}\"\n";
+  if (!WriteText(root_dir + "/registry.reg", registry)) return false;
+
+  const std::string vendor_dir = root_dir + "/Windows";
+  if (!Exists(vendor_dir + "/QVRP32.ini")) {
+    if (!MakeDirs(vendor_dir) ||
+        !WriteText(vendor_dir + "/QVRP32.ini",
+                   "[VendorInformation]\n"
+                   "Name=QV Vehicle Communication Adapter (simulated)\n"
+                   "Version=1.2.3\n"
+                   "RP1210=C\n"
+                   "DebugFile=C:\\ProgramData\\QV\\log\\QVRP1210_log.txt\n"
+                   "Devices=1\n"
+                   "Protocols=1,2,3,4,5\n\n"
+                   "[DeviceInformation1]\n"
+                   "DeviceID=1\n"
+                   "DeviceName=QV--VCI\n"))
+      return false;
+  }
+  const std::string config_dir = root_dir + "/ProgramData/QV/Corvane";
+  if (!Exists(config_dir + "/COMConfig.ini")) {
+    if (!MakeDirs(config_dir) ||
+        !WriteText(config_dir + "/COMConfig.ini",
+                   "[COMConfig]\nSN=" + CurrentConfig().serial +
+                       "\nDebugLevel=4\nDebugMode=0\nOBDPin=6E\nRes120=0\n"))
+      return false;
+  }
+  return true;
+}
+
+}  // namespace qvsim
