@@ -1,0 +1,242 @@
+// The simulated adapter's answers and misbehaviour, seen from the library's
+// side of the line through the driver's own frame codec.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+
+#include "pty_client.h"
+
+namespace {
+
+using namespace qvsimtest;
+
+Bytes Info(const std::string& firmware, const std::string& serial) {
+  Bytes r = {0x90, 0x00, 0x01, 0x00, 0x00};
+  r.insert(r.end(), firmware.begin(), firmware.end());
+  r.insert(r.end(), serial.begin(), serial.end());
+  return r;
+}
+
+TEST(SimulatorAnswers, EveryRequestInEveryFormat) {
+  for (int format : {0, 1, 2}) {
+    SCOPED_TRACE("format " + std::to_string(format));
+    qvsim::Config config;
+    config.frame_format = format;
+    config.firmware = "4.15";
+    config.serial = "QVTEST0042";
+    config.auto_rate = 250;
+    config.refused_rates = {300};
+    config.battery_mv = 0x3039;
+    qvsim::Simulator sim(config);
+    ASSERT_TRUE(sim.Start());
+    PtyClient line(sim.SlavePath(), format);
+    ASSERT_TRUE(line.ok());
+
+    struct Row {
+      const char* what;
+      Bytes request;
+      Bytes answer;
+    };
+    const Row rows[] = {
+        {"handshake", {0x96, 0x00, 0x01}, {0x96, 0x00, 0x01}},
+        {"information", {0x90, 0x00, 0x01, 0x00}, Info("4.15", "QVTEST0042")},
+        {"channel open J1939 250", ChannelOpen(2, 250), {0x91, 2, 1, 0x00, 0xFA}},
+        {"channel open J1708 9600", ChannelOpen(5, 9600), {0x91, 5, 1, 0x25, 0x80}},
+        {"auto rate", ChannelOpen(1, 0, 1), {0x91, 1, 1, 0x00, 0xFA}},
+        {"refused rate", ChannelOpen(2, 300, 1), {0x91, 2, 1, 0x00, 0x00}},
+        {"status", {0x90, 0x02, 0x01, 0x01}, {0x90, 0x02, 0x01, 0x01, 0x01, 0x00, 0x02, 0x05, 0x06}},
+        {"battery", {0x95, 0x02, 0x01, 0x07, 0xD2}, {0x95, 0x02, 0x01, 0x30, 0x39}},
+        {"other command", {0x95, 0x02, 0x01, 0x00, 0x03, 0x01}, {0x95, 0x02, 0x01}},
+        {"message", {0x93, 0x02, 0x01, 0xF1, 0xFE, 0x00, 0x06, 0xF9, 0xFF, 0x01}, {0x93, 0x02, 0x01}},
+    };
+    for (const Row& row : rows) {
+      SCOPED_TRACE(row.what);
+      EXPECT_EQ(line.Ask(row.request), row.answer);
+    }
+    // The wake-up byte is never answered.
+    ASSERT_TRUE(line.Send({0x6F}));
+    EXPECT_TRUE(line.Next(200).empty());
+
+    // Everything was recorded, in order, byte for byte.
+    const std::vector<Bytes> got = sim.Received();
+    ASSERT_EQ(got.size(), std::size(rows) + 1);
+    for (size_t i = 0; i < std::size(rows); ++i) EXPECT_EQ(got[i], rows[i].request);
+    EXPECT_EQ(got.back(), Bytes{0x6F});
+    EXPECT_EQ(sim.ChannelProtocol(), 2);  // the refused J1939 open came last
+  }
+}
+
+TEST(SimulatorAnswers, Misbehaviour) {
+  const Bytes handshake = {0x96, 0x00, 0x01};
+  const Bytes info = {0x90, 0x00, 0x01, 0x00};
+  const Bytes command = {0x95, 0x02, 0x01, 0x00, 0x03};
+  struct Row {
+    const char* what;
+    void (*setup)(qvsim::Config&);
+    Bytes request;
+    Bytes answer;  // empty: no answer
+  };
+  const Row rows[] = {
+      {"silent", [](qvsim::Config& c) { c.silent = true; }, handshake, {}},
+      {"no information", [](qvsim::Config& c) { c.answer_information = false; }, info, {}},
+      {"status still answered without information",
+       [](qvsim::Config& c) { c.answer_information = false; }, {0x90, 2, 1, 1},
+       {0x90, 2, 1, 1, 1, 0, 2, 5, 6}},
+      {"error reply", [](qvsim::Config& c) { c.error_codes = {0x95}; }, command, {0xFF, 0x00, 0x95}},
+      {"error reply to the information request",
+       [](qvsim::Config& c) { c.error_codes = {0x90}; }, info, {0xFF, 0x00, 0x90}},
+      {"unanswered code", [](qvsim::Config& c) { c.unanswered_codes = {0x95}; }, command, {}},
+      {"other codes unaffected", [](qvsim::Config& c) { c.unanswered_codes = {0x95}; },
+       handshake, handshake},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    qvsim::Config config;
+    row.setup(config);
+    qvsim::Simulator sim(config);
+    ASSERT_TRUE(sim.Start());
+    PtyClient line(sim.SlavePath(), 1);
+    EXPECT_EQ(line.Ask(row.request, 400), row.answer);
+    Bytes seen;
+    EXPECT_TRUE(sim.WaitForRequest(row.request[0], 100, &seen));
+    EXPECT_EQ(seen, row.request);
+  }
+}
+
+TEST(SimulatorAnswers, HandshakeAnsweredFromTheKthOnly) {
+  qvsim::Config config;
+  config.answer_handshake_from = 3;
+  qvsim::Simulator sim(config);
+  ASSERT_TRUE(sim.Start());
+  PtyClient line(sim.SlavePath(), 1);
+  const Bytes handshake = {0x96, 0x00, 0x01};
+  EXPECT_TRUE(line.Ask(handshake, 300).empty());
+  EXPECT_TRUE(line.Ask(handshake, 300).empty());
+  EXPECT_EQ(line.Ask(handshake, 300), handshake);
+  EXPECT_EQ(line.Ask(handshake, 300), handshake);
+  EXPECT_EQ(sim.HandshakesSeen(), 4);
+}
+
+TEST(SimulatorAnswers, LateAnswerKeepsItsDelayAndChangesTakeEffectLive) {
+  qvsim::Config config;
+  config.reply_delay_ms = 300;
+  qvsim::Simulator sim(config);
+  ASSERT_TRUE(sim.Start());
+  PtyClient line(sim.SlavePath(), 1);
+  const Bytes handshake = {0x96, 0x00, 0x01};
+  auto start = Clock::now();
+  EXPECT_EQ(line.Ask(handshake, 2000), handshake);
+  auto took = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
+  EXPECT_GE(took, 290);
+  EXPECT_LT(took, 1000);
+
+  config.reply_delay_ms = 0;
+  sim.Configure(config);
+  start = Clock::now();
+  EXPECT_EQ(line.Ask(handshake, 2000), handshake);
+  took = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
+  EXPECT_LT(took, 150);
+}
+
+TEST(SimulatorAnswers, WaitForRequestConsumesInOrder) {
+  qvsim::Simulator sim;
+  ASSERT_TRUE(sim.Start());
+  PtyClient line(sim.SlavePath(), 1);
+  ASSERT_TRUE(line.Send({0x95, 2, 1, 0, 1}));
+  ASSERT_TRUE(line.Send({0x96, 0, 1}));
+  ASSERT_TRUE(line.Send({0x95, 2, 1, 0, 2}));
+  Bytes p;
+  ASSERT_TRUE(sim.WaitForRequest(0x95, 1000, &p));
+  EXPECT_EQ(p, (Bytes{0x95, 2, 1, 0, 1}));
+  ASSERT_TRUE(sim.WaitForRequest(0x95, 1000, &p));
+  EXPECT_EQ(p, (Bytes{0x95, 2, 1, 0, 2}));
+  EXPECT_FALSE(sim.WaitForRequest(0x95, 100, &p));
+  ASSERT_TRUE(sim.WaitForRequest(0, 100, &p));
+  EXPECT_EQ(p, (Bytes{0x96, 0, 1}));
+  // A request that comes in while waiting ends the wait.
+  std::thread late([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(150));
+    line.Send({0x93, 2, 1, 1, 2, 3, 4, 5, 6});
+  });
+  const auto start = Clock::now();
+  EXPECT_TRUE(sim.WaitForRequest(0x93, 2000, &p));
+  EXPECT_LT(Clock::now() - start, std::chrono::milliseconds(1000));
+  late.join();
+  EXPECT_EQ(sim.Received().size(), 4u);
+  sim.ClearReceived();
+  EXPECT_TRUE(sim.Received().empty());
+}
+
+TEST(SimulatorAnswers, BrokenFramesOnTheWire) {
+  const Bytes handshake = {0x96, 0x00, 0x01};
+  for (int format : {0, 1, 2}) {
+    SCOPED_TRACE("format " + std::to_string(format));
+    struct Row {
+      const char* what;
+      void (*setup)(qvsim::Config&);
+      bool decodes;
+    };
+    const Row rows[] = {
+        {"corrupt", [](qvsim::Config& c) { c.corrupt_checksum = true; }, false},
+        {"garbage", [](qvsim::Config& c) { c.garbage_between_frames = true; }, true},
+        {"split", [](qvsim::Config& c) { c.split_bytes = true; }, true},
+    };
+    for (const Row& row : rows) {
+      SCOPED_TRACE(row.what);
+      qvsim::Config config;
+      config.frame_format = format;
+      row.setup(config);
+      qvsim::Simulator sim(config);
+      ASSERT_TRUE(sim.Start());
+      PtyClient line(sim.SlavePath(), format);
+      ASSERT_TRUE(line.Send(handshake));
+      ASSERT_TRUE(line.Send({0x90, 0x00, 0x01, 0x00}));
+      std::vector<size_t> reads;
+      const Bytes raw = line.ReadRaw(1500, 150, &reads);
+      const size_t frames = format == 1 ? 2 * 3 + 10 + 2 * 19 + 10 : 3 + 5 + 19 + 5;
+      const std::vector<Bytes> payloads = line.Decode(raw);
+      if (row.decodes) {
+        ASSERT_EQ(payloads.size(), 2u);
+        EXPECT_EQ(payloads[0], handshake);
+        EXPECT_EQ(payloads[1][0], 0x90);
+      } else {
+        EXPECT_EQ(raw.size(), frames);  // the bytes came, but nothing passes
+        EXPECT_TRUE(payloads.empty());
+      }
+      if (config.garbage_between_frames) {
+        EXPECT_GT(raw.size(), frames);
+      }
+      if (config.split_bytes) {
+        EXPECT_EQ(raw.size(), frames);
+        // One byte per write: the reader sees many small reads, not one.
+        EXPECT_GT(reads.size(), frames / 2);
+      }
+    }
+  }
+}
+
+TEST(SimulatorAnswers, HangUpIsSeenByTheOtherSide) {
+  qvsim::Simulator sim;
+  ASSERT_TRUE(sim.Start());
+  PtyClient line(sim.SlavePath(), 1);
+  EXPECT_EQ(line.Ask({0x96, 0, 1}), (Bytes{0x96, 0, 1}));
+  sim.HangUp();
+  line.ReadRaw(1000);
+  EXPECT_TRUE(line.hung_up());
+  sim.Stop();
+}
+
+TEST(SimulatorAnswers, UnsolicitedAndRawBytesGoOutAsGiven) {
+  qvsim::Simulator sim;
+  ASSERT_TRUE(sim.Start());
+  PtyClient line(sim.SlavePath(), 1);
+  sim.SendUnsolicited(0x31);
+  Bytes p = line.Next(1000);
+  ASSERT_FALSE(p.empty());
+  EXPECT_EQ(p[0], 0x31);
+  sim.SendRaw({0x01, 0x01, 0x07, 0x30, 0x07, 0x31, 0x37, 0x30, 0xC7, 0x3E, 0x00, 0x00});
+  EXPECT_EQ(line.Next(1000), (Bytes{0x30}));
+}
+
+}  // namespace
