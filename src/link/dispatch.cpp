@@ -4,6 +4,7 @@
 
 #include "link/frame_codec.h"
 #include "link/payload_queue.h"
+#include "link/receive_guard.h"
 #include "link/rx_ring.h"
 #include "link/rx_sink.h"
 #include "link/serial_link.h"
@@ -11,6 +12,7 @@
 namespace qv::link {
 
 FrameDecoder g_frame_decoder;
+std::atomic_flag ReceiveGuard::flag_ = ATOMIC_FLAG_INIT;
 
 void FilePayload(const uint8_t* payload, uint16_t length) {
   if (ClassifyPayload(payload, length) == PayloadClass::kMessage) {
@@ -23,11 +25,13 @@ void FilePayload(const uint8_t* payload, uint16_t length) {
 
 void DispatchAdapterFrames() {
   RxByteRing& ring = g_rx_ring;
-  uint32_t read = ring.read_index.load();
-  while (read != ring.write_index.load()) {
+  for (;;) {
+    // Held per byte, so a reset waits for one byte's work at most.
+    ReceiveGuard guard;
+    const uint32_t read = ring.read_index.load();
+    if (read == ring.write_index.load()) return;
     const uint8_t byte = ring.data[read];
-    read = (read + 1) & kRxRingMask;
-    ring.read_index.store(read);
+    ring.read_index.store((read + 1) & kRxRingMask);
     // The FrameFormat is read again for every byte, so a new selection takes
     // effect from the next frame on.
     const uint16_t length = g_frame_decoder.Feed(byte, g_frame_format);

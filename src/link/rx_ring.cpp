@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "link/receive_guard.h"
 #include "link/rx_sink.h"
 #include "platform/platform.h"
 
@@ -28,6 +29,7 @@ uint32_t RingFree(const RxByteRing& ring) {
 
 void StoreReceivedBytes(const uint8_t* data, uint32_t count) {
   RxByteRing& ring = g_rx_ring;
+  ReceiveGuard guard;
   if (count == 0 || ring.enabled.load() == 0) return;
   if (RingFree(ring) < count) {
     // Everything unread is dropped; the decoder resynchronises on the new bytes.
@@ -53,6 +55,7 @@ void NoteTransmitEmpty() { g_rx_ring.transmit_empty.store(1); }
 
 void PrepareRingForOpen() {
   RxByteRing& ring = g_rx_ring;
+  ReceiveGuard guard;
   ring.read_index.store(0);
   ring.write_index.store(0);
   ring.index_mask = kRxRingMask;
