@@ -8,12 +8,16 @@
 
 #include <atomic>
 
+#include "platform/platform.h"
+
 namespace qv::link {
 
 class ReceiveGuard {
  public:
   ReceiveGuard() {
-    while (flag_.test_and_set(std::memory_order_acquire)) {
+    // Give the holder the processor if it was preempted while holding.
+    for (uint32_t spins = 0; flag_.test_and_set(std::memory_order_acquire); ++spins) {
+      if (spins >= 64) platform::SleepMs(0);
     }
   }
   ~ReceiveGuard() { flag_.clear(std::memory_order_release); }
