@@ -12,9 +12,9 @@ namespace {
 constexpr size_t kDetailedVersionSize = 17;
 constexpr size_t kSerialNumberSize = sizeof(AdapterInfo::serial_number);
 
-// Copies the characters of `text` from `from` up to the next '.' or the end
-// into `out` (when there is one), zero-terminated. Returns the position
-// after that '.', or the end.
+// Copies the characters from `from` up to the next '.' or the end into
+// `out` (skipped when null) and into the trace copy, each zero-terminated.
+// Returns the position after that '.', or the end.
 const char* CopyVersionPart(const char* from, char* out, char* traced, size_t traced_size) {
   const char* end = std::strchr(from, '.');
   const size_t length = end != nullptr ? static_cast<size_t>(end - from) : std::strlen(from);
