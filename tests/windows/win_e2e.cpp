@@ -70,18 +70,18 @@ bool ResolveAll(HMODULE dll, Api* api, std::string* detail) {
     }
     procs[i] = by_name;
   }
-  api->ClientConnect = reinterpret_cast<decltype(api->ClientConnect)>(procs[0]);
-  api->ClientDisconnect = reinterpret_cast<decltype(api->ClientDisconnect)>(procs[1]);
-  api->SendMessage = reinterpret_cast<decltype(api->SendMessage)>(procs[2]);
-  api->ReadMessage = reinterpret_cast<decltype(api->ReadMessage)>(procs[3]);
-  api->SendCommand = reinterpret_cast<decltype(api->SendCommand)>(procs[4]);
-  api->ReadVersion = reinterpret_cast<decltype(api->ReadVersion)>(procs[5]);
-  api->GetErrorMsg = reinterpret_cast<decltype(api->GetErrorMsg)>(procs[6]);
-  api->GetHardwareStatus = reinterpret_cast<decltype(api->GetHardwareStatus)>(procs[7]);
-  api->ReadDetailedVersion = reinterpret_cast<decltype(api->ReadDetailedVersion)>(procs[8]);
-  api->GetLastErrorMsg = reinterpret_cast<decltype(api->GetLastErrorMsg)>(procs[9]);
-  api->Ioctl = reinterpret_cast<decltype(api->Ioctl)>(procs[10]);
-  api->ReadSerialNumber = reinterpret_cast<decltype(api->ReadSerialNumber)>(procs[11]);
+  api->ClientConnect = reinterpret_cast<decltype(api->ClientConnect)>(reinterpret_cast<void (*)()>(procs[0]));
+  api->ClientDisconnect = reinterpret_cast<decltype(api->ClientDisconnect)>(reinterpret_cast<void (*)()>(procs[1]));
+  api->SendMessage = reinterpret_cast<decltype(api->SendMessage)>(reinterpret_cast<void (*)()>(procs[2]));
+  api->ReadMessage = reinterpret_cast<decltype(api->ReadMessage)>(reinterpret_cast<void (*)()>(procs[3]));
+  api->SendCommand = reinterpret_cast<decltype(api->SendCommand)>(reinterpret_cast<void (*)()>(procs[4]));
+  api->ReadVersion = reinterpret_cast<decltype(api->ReadVersion)>(reinterpret_cast<void (*)()>(procs[5]));
+  api->GetErrorMsg = reinterpret_cast<decltype(api->GetErrorMsg)>(reinterpret_cast<void (*)()>(procs[6]));
+  api->GetHardwareStatus = reinterpret_cast<decltype(api->GetHardwareStatus)>(reinterpret_cast<void (*)()>(procs[7]));
+  api->ReadDetailedVersion = reinterpret_cast<decltype(api->ReadDetailedVersion)>(reinterpret_cast<void (*)()>(procs[8]));
+  api->GetLastErrorMsg = reinterpret_cast<decltype(api->GetLastErrorMsg)>(reinterpret_cast<void (*)()>(procs[9]));
+  api->Ioctl = reinterpret_cast<decltype(api->Ioctl)>(reinterpret_cast<void (*)()>(procs[10]));
+  api->ReadSerialNumber = reinterpret_cast<decltype(api->ReadSerialNumber)>(reinterpret_cast<void (*)()>(procs[11]));
   return true;
 }
 
