@@ -12,6 +12,7 @@
 #include "link/adapter_commands.h"
 #include "link/serial_link.h"
 #include "link/waiters.h"
+#include "messaging/client_mailbox.h"
 #include "platform/platform.h"
 #include "qvrp32.h"
 
@@ -25,10 +26,6 @@ constexpr uint32_t kChannelSettleMs = 15;
 // Connect runs under ApiLock only.
 uint8_t g_connect_reply[kReplyCapacity];
 
-void ClearRxQueue(ClientSlot& slot) {
-  for (RxRecord& record : slot.rx_queue.records) record.length = 0;
-}
-
 int16_t AdmitSecondClient(const char* protocol) {
   ClientSlot& slot = g_state.slots[2];
   slot.echo_flag = 0;
@@ -37,9 +34,9 @@ int16_t AdmitSecondClient(const char* protocol) {
   if (slot.protocol_id == kProtocolIso15765) slot.echo_flag = 1;
   slot.client_id = 2;
   slot.message_receive = 1;
-  ClearRxQueue(slot);
+  messaging::ClearRxQueue(2);
   g_state.client_ready[2] = kReadyMark;
-  slot.echo.length = 0;
+  messaging::ClearEcho(2);
   slot.bit_rate = g_state.slots[1].bit_rate;
   return 2;
 }
@@ -79,9 +76,9 @@ int16_t OpenChannel() {
   MarkSessionReadyIfPortOpen();
   g_state.client_ready[1] = kReadyMark;
   if (slot.protocol_id == kProtocolIso15765) slot.echo_flag = 1;
-  ClearRxQueue(slot);
+  messaging::ClearRxQueue(1);
   slot.client_id = 1;
-  slot.echo.length = 0;
+  messaging::ClearEcho(1);
   platform::SleepMs(kChannelSettleMs);
   return 1;
 }

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "link/rx_sink.h"
+#include "messaging/client_mailbox.h"
 
 namespace qv {
 
@@ -39,6 +40,8 @@ void ResetClientTable() {
   SetVersionText(g_state.api_version, kApiVersionString);
   SetVersionText(g_state.dll_version, kDllVersionString);
   std::memset(&g_state.adapter_info, 0, sizeof g_state.adapter_info);
+  // A read of the other client may be copying from its queue right now.
+  platform::LockGuard mailbox(messaging::g_mailbox_lock);
   std::memset(&g_state.slots[0], 0, sizeof g_state.slots[0]);
   for (int index = 1; index <= 2; ++index) {
     ApplySlotDefaults(g_state.slots[index]);
@@ -48,6 +51,7 @@ void ResetClientTable() {
 
 void ReleaseClientSlot(int index) {
   if (index != 1 && index != 2) return;  // slot 0 is never handed out
+  platform::LockGuard mailbox(messaging::g_mailbox_lock);
   ApplySlotDefaults(g_state.slots[index]);
   g_state.client_ready[index] = 0;
 }

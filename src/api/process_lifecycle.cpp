@@ -5,11 +5,13 @@
 #include "api/library_state.h"
 #include "diag/debug_log.h"
 #include "link/serial_link.h"
+#include "messaging/client_mailbox.h"
 
 namespace qv {
 
 void ProcessAttach() {
   g_api_lock.Init();
+  messaging::g_mailbox_lock.Init();
   LoadConfiguration();
   // The attach is always logged at the default place; a DebugFile value
   // takes effect when the first client connects.
@@ -29,6 +31,7 @@ void ProcessDetach() {
   link::ResetReceiveState();
   CloseDebugLog();
   g_api_lock.Destroy();
+  messaging::g_mailbox_lock.Destroy();
 }
 
 }  // namespace qv

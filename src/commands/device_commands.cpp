@@ -8,6 +8,7 @@
 #include "api/library_state.h"
 #include "commands/command_frame.h"
 #include "link/serial_link.h"
+#include "messaging/client_mailbox.h"
 #include "qvrp32.h"
 
 namespace qv::commands {
@@ -191,8 +192,11 @@ bool RunDeviceCommand(CommandCall& call, int16_t* result) {
 
     case RP1210_Echo_Transmitted_Messages:
       // An echo kept under the old setting must not surface under the new one.
-      slot.echo.length = 0;
-      slot.echo_flag = p[0] & 1;
+      {
+        platform::LockGuard mailbox(messaging::g_mailbox_lock);
+        slot.echo.length = 0;
+        slot.echo_flag = p[0] & 1;
+      }
       r = SendOneByte(call, p[0] & 1);
       break;
 
