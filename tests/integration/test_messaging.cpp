@@ -1,0 +1,398 @@
+// Sending and reading vehicle messages against the simulated adapter: the
+// bytes on the wire, the layouts readers get, echo order, sharing between
+// two clients, blocking reads and their limits, and the trace lines.
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "support/harness.h"
+
+namespace {
+
+using qvsim::Bytes;
+using Clock = std::chrono::steady_clock;
+
+long MsSince(Clock::time_point start) {
+  return static_cast<long>(
+      std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count());
+}
+
+short Command(qvtest::Harness& h, short number, short client, Bytes params = {}) {
+  return h.lib().SendCommand(number, client, reinterpret_cast<char*>(params.data()),
+                             static_cast<short>(params.size()));
+}
+
+short Send(qvtest::Harness& h, short client, Bytes message) {
+  return h.lib().SendMessage(client, reinterpret_cast<char*>(message.data()),
+                             static_cast<short>(message.size()), 0, 0);
+}
+
+// Reads once; the result and the bytes after the 4-byte time stamp.
+struct Read {
+  short result;
+  Bytes after_stamp;
+};
+Read ReadOnce(qvtest::Harness& h, short client, short block = 0, short size = 2048) {
+  std::vector<char> buffer(static_cast<size_t>(size) + 16, '\x5A');
+  Read r{h.lib().ReadMessage(client, buffer.data(), size, block), {}};
+  for (size_t i = static_cast<size_t>(size); i < buffer.size(); ++i) {
+    EXPECT_EQ(buffer[i], '\x5A') << "written past the buffer";
+  }
+  if (r.result > 4) r.after_stamp.assign(buffer.begin() + 4, buffer.begin() + r.result);
+  return r;
+}
+
+// Reads until a message comes or `ms` pass (the simulator's bytes take a
+// moment to cross the pseudo-terminal).
+Read ReadWithin(qvtest::Harness& h, short client, int ms = 1000) {
+  const auto start = Clock::now();
+  for (;;) {
+    Read r = ReadOnce(h, client);
+    if (r.result != 0 || MsSince(start) > ms) return r;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+}
+
+std::vector<Bytes> Transmitted(qvtest::Harness& h) {
+  std::vector<Bytes> out;
+  for (const Bytes& p : h.sim().Received()) {
+    if (!p.empty() && p[0] == 0x93) out.push_back(p);
+  }
+  return out;
+}
+
+struct SendRow {
+  const char* protocol;
+  Bytes message;
+  short result;
+  Bytes payload;  // empty: nothing may reach the adapter
+};
+
+TEST(SendMessage, PayloadsOnTheWire) {
+  const SendRow rows[] = {
+      {"CAN", {0x00, 0x07, 0xE0, 0x02, 0x10, 0x01}, 0,
+       {0x93, 0x01, 0x01, 0x00, 0x00, 0x00, 0x07, 0xE0, 0x02, 0x10, 0x01}},
+      {"CAN", {0x00, 0x07, 0xE0, 0x02}, 141, {}},
+      {"CAN", {0x01, 0x18, 0xDB, 0x33, 0xF1, 0x02, 0x01, 0x0D}, 0,
+       {0x93, 0x01, 0x01, 0x01, 0x18, 0xDB, 0x33, 0xF1, 0x02, 0x01, 0x0D}},
+      {"J1939", {0x00, 0xEA, 0x00, 0x06, 0xF9, 0xFF, 0xE5, 0xFE, 0x00}, 0,
+       {0x93, 0x02, 0x01, 0x00, 0xEA, 0x00, 0x06, 0xF9, 0xFF, 0xE5, 0xFE, 0x00}},
+      {"ISO15765", {0x05, 0x18, 0xDA, 0xF1, 0x00, 0x00, 0x3E}, 144, {}},
+      {"J1708", {0x08, 0x80, 0x54, 0x00}, 0, {0x93, 0x05, 0x01, 0x00, 0x00, 0x08, 0x80, 0x54, 0x2C}},
+  };
+  for (const SendRow& row : rows) {
+    SCOPED_TRACE(row.protocol);
+    qvtest::Harness h;
+    ASSERT_EQ(h.Connect(row.protocol), 1);
+    h.sim().ClearReceived();
+    EXPECT_EQ(Send(h, 1, row.message), row.result);
+    if (row.payload.empty()) {
+      EXPECT_TRUE(Transmitted(h).empty());
+    } else {
+      ASSERT_EQ(Transmitted(h).size(), 1u);
+      EXPECT_EQ(Transmitted(h)[0], row.payload);
+    }
+  }
+}
+
+TEST(SendMessage, RefusalsBeforeAnythingIsSent) {
+  qvtest::Harness h;
+  Bytes message = {0x00, 0x07, 0xE0, 0x02, 0x10, 0x01};
+  EXPECT_EQ(Send(h, 1, message), 148) << "no session yet";
+  ASSERT_EQ(h.Connect("CAN"), 1);
+  h.sim().ClearReceived();
+  EXPECT_EQ(Send(h, 0, message), 129);
+  EXPECT_EQ(Send(h, 2, message), 129);
+  EXPECT_EQ(h.lib().SendMessage(1, nullptr, 6, 0, 0), 601);
+  EXPECT_EQ(h.lib().SendMessage(1, reinterpret_cast<char*>(message.data()), -6, 0, 0), 141);
+  EXPECT_TRUE(Transmitted(h).empty());
+}
+
+TEST(SendMessage, SecondClientOfAnotherProtocol) {
+  // J1939 link, ISO15765 second client: only PDU format 0xDA goes out, as J1939.
+  qvtest::Harness h;
+  ASSERT_EQ(h.Connect("J1939"), 1);
+  ASSERT_EQ(h.Connect("ISO15765"), 2);
+  h.sim().ClearReceived();
+  EXPECT_EQ(Send(h, 2, {0x01, 0x18, 0xDA, 0xF1, 0x3D, 0x00, 0x02, 0x10, 0x03}), 0);
+  EXPECT_EQ(Send(h, 2, {0x01, 0x18, 0xDB, 0x33, 0xF1, 0x00, 0x02, 0x01, 0x0D}), 0);
+  const std::vector<Bytes> sent = Transmitted(h);
+  ASSERT_EQ(sent.size(), 1u);
+  EXPECT_EQ(sent[0], (Bytes{0x93, 0x02, 0x01, 0x00, 0xDA, 0x00, 0x06, 0x3D, 0xF1, 0x02, 0x10, 0x03}));
+
+}
+
+TEST(SendMessage, AdapterRepliesDecideTheResultAndTheWaitIsShort) {
+  qvsim::Config refused;
+  refused.error_codes = {0x93};
+  qvsim::Config mute;
+  mute.unanswered_codes = {0x93};
+  struct Row {
+    const char* what;
+    qvsim::Config sim;
+    short result;
+  } rows[] = {{"error reply", refused, 159}, {"no reply", mute, 0}};
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    qvtest::HarnessOptions options;
+    options.sim = row.sim;
+    qvtest::Harness h(options);
+    ASSERT_EQ(h.Connect("J1939"), 1);
+    Bytes big(1791, 0x11);  // payload 1794 bytes: waits 1794 / 8 + 20 = 244 ms at most
+    const auto start = Clock::now();
+    EXPECT_EQ(Send(h, 1, big), row.result);
+    EXPECT_LT(MsSince(start), 600);
+  }
+}
+
+TEST(ReadMessage, LayoutsPerLinkProtocol) {
+  struct Row {
+    const char* protocol;
+    Bytes body;
+    Bytes delivered;  // after the time stamp
+  } rows[] = {
+      {"CAN", {0x00, 0x01, 0x18, 0xDA, 0xF1, 0x00, 0x00, 0x02, 0x50, 0x01},
+       {0x01, 0x18, 0xDA, 0xF1, 0x00, 0x02, 0x50, 0x01}},
+      {"CAN", {0x00, 0x00, 0x00, 0x00, 0x07, 0xE8, 0x00, 0x03, 0x7F}, {0x00, 0x07, 0xE8, 0x03, 0x7F}},
+      {"J1939", {0x20, 0xCA, 0xFE, 0x00, 0x06, 0x00, 0xFF, 0x11, 0x22},
+       {0xCA, 0xFE, 0x00, 0x06, 0x00, 0xFF, 0x11, 0x22}},
+      {"ISO15765", {0x00, 0x18, 0xDA, 0xF1, 0x00, 0x00, 0x7E, 0x00},
+       {0x00, 0x18, 0xDA, 0xF1, 0x00, 0x00, 0x7E, 0x00}},
+      {"J1708", {0x80, 0x54, 0x20}, {0x80, 0x54, 0x20}},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.protocol);
+    qvtest::Harness h;
+    ASSERT_EQ(h.Connect(row.protocol), 1);
+    // Until a filter is set nothing is delivered.
+    h.sim().SendVehicleMessage(row.body);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(ReadOnce(h, 1).result, 0);
+    ASSERT_EQ(Command(h, RP1210_Set_All_Filters_States_to_Pass, 1), 0);
+    h.sim().SendVehicleMessage(row.body);
+    const Read r = ReadWithin(h, 1);
+    EXPECT_EQ(r.result, static_cast<short>(row.delivered.size() + 4));
+    EXPECT_EQ(r.after_stamp, row.delivered);
+  }
+}
+
+TEST(ReadMessage, BufferIdsAndTimeStamp) {
+  qvtest::Harness h;
+  char buffer[32];
+  EXPECT_EQ(h.lib().ReadMessage(1, buffer, sizeof buffer, 0), -148);
+  ASSERT_EQ(h.Connect("CAN"), 1);
+  ASSERT_EQ(Command(h, RP1210_Set_All_Filters_States_to_Pass, 1), 0);
+
+  std::memset(buffer, 0x5A, sizeof buffer);
+  EXPECT_EQ(h.lib().ReadMessage(2, buffer, sizeof buffer, 0), -129);
+  EXPECT_EQ(h.lib().ReadMessage(0, buffer, sizeof buffer, 0), -129);
+  EXPECT_EQ(buffer[0], 0x5A) << "a refused id leaves the buffer alone";
+  EXPECT_EQ(h.lib().ReadMessage(1, nullptr, 64, 0), -601);
+  EXPECT_EQ(h.lib().ReadMessage(1, buffer, 3, 0), -133);
+  EXPECT_EQ(buffer[0], 0x5A);
+
+  // Nothing pending: 0, and the time stamp is still written.
+  EXPECT_EQ(h.lib().ReadMessage(1, buffer, sizeof buffer, 0), 0);
+  EXPECT_NE(std::memcmp(buffer, "\x5A\x5A\x5A\x5A", 4), 0);
+
+  // 29-bit CAN with 8 data bytes needs 17 bytes; the body is lost at 16.
+  const Bytes body = {0, 1, 0x18, 0xDA, 0xF1, 0x00, 0, 1, 2, 3, 4, 5, 6, 7, 8};
+  h.sim().SendVehicleMessage(body);
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  EXPECT_EQ(ReadOnce(h, 1, 0, 16).result, -133);
+  EXPECT_EQ(ReadOnce(h, 1).result, 0);
+  h.sim().SendVehicleMessage(body);
+  EXPECT_EQ(ReadWithin(h, 1).result, 17);
+}
+
+TEST(ReadMessage, EchoComesFirstAndTheMessageFollows) {
+  qvtest::Harness h;
+  ASSERT_EQ(h.Connect("CAN"), 1);
+  ASSERT_EQ(Command(h, RP1210_Set_All_Filters_States_to_Pass, 1), 0);
+  ASSERT_EQ(Command(h, RP1210_Echo_Transmitted_Messages, 1, {0x01}), 0);
+  h.sim().SendVehicleMessage({0, 0, 0, 0, 0x07, 0xE8, 0, 0xAB});
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  const Bytes second = {0x00, 0x07, 0xE0, 0x02, 0x10, 0x01};
+  ASSERT_EQ(Send(h, 1, {0x00, 0x07, 0xE0, 0x01, 0x00}), 0);
+  ASSERT_EQ(Send(h, 1, second), 0);
+
+  Read r = ReadOnce(h, 1);
+  Bytes echo = {0x01};
+  echo.insert(echo.end(), second.begin(), second.end());
+  EXPECT_EQ(r.result, 4 + 7);
+  EXPECT_EQ(r.after_stamp, echo) << "only the last send is echoed, marker first";
+  r = ReadWithin(h, 1);
+  EXPECT_EQ(r.after_stamp, (Bytes{0x00, 0x07, 0xE8, 0xAB}));
+  EXPECT_EQ(ReadOnce(h, 1).result, 0);
+}
+
+Bytes J1939Filter(uint8_t flags, uint32_t pgn, uint8_t source, uint8_t destination) {
+  return {flags, static_cast<uint8_t>(pgn), static_cast<uint8_t>(pgn >> 8),
+          static_cast<uint8_t>(pgn >> 16), 0, source, destination};
+}
+
+Bytes J1939Body(uint32_t pgn, uint8_t source, uint8_t destination, uint8_t data) {
+  return {0x36, static_cast<uint8_t>(pgn), static_cast<uint8_t>(pgn >> 8),
+          static_cast<uint8_t>(pgn >> 16), 0x06, source, destination, data};
+}
+
+TEST(ReadMessage, TwoJ1939ClientsShareTheLink) {
+  qvtest::Harness h;
+  ASSERT_EQ(h.Connect("J1939"), 1);
+  ASSERT_EQ(h.Connect("J1939"), 2);
+  ASSERT_EQ(Command(h, RP1210_Set_Message_Filtering_For_J1939, 1, J1939Filter(1, 0xFEF1, 0, 0)), 0);
+  ASSERT_EQ(Command(h, RP1210_Set_Message_Filtering_For_J1939, 2, J1939Filter(4, 0, 0x3D, 0)), 0);
+
+  // Client 1's read takes the message meant for client 2 and hands it over.
+  h.sim().SendVehicleMessage(J1939Body(0xEF00, 0x3D, 0xF9, 0x01));
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  EXPECT_EQ(ReadOnce(h, 1).result, 0);
+  Read r = ReadOnce(h, 2);
+  EXPECT_EQ(r.after_stamp, (Bytes{0x00, 0xEF, 0x00, 0x06, 0x3D, 0xF9, 0x01}));
+
+  // And the other way round.
+  h.sim().SendVehicleMessage(J1939Body(0xFEF1, 0x00, 0xFF, 0x02));
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  EXPECT_EQ(ReadOnce(h, 2).result, 0);
+  EXPECT_EQ(ReadOnce(h, 1).after_stamp, (Bytes{0xF1, 0xFE, 0x00, 0x06, 0x00, 0xFF, 0x02}));
+
+  // Passing both clients' filters: delivered once, never passed back and forth.
+  h.sim().SendVehicleMessage(J1939Body(0xFEF1, 0x3D, 0xFF, 0x03));
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  EXPECT_EQ(ReadOnce(h, 1).result, 0);
+  EXPECT_EQ(ReadOnce(h, 2).result, 4 + 7);
+  EXPECT_EQ(ReadOnce(h, 1).result, 0);
+  EXPECT_EQ(ReadOnce(h, 2).result, 0);
+}
+
+TEST(ReadMessage, Iso15765SecondClientOnAJ1939Link) {
+  qvtest::Harness h;
+  ASSERT_EQ(h.Connect("J1939"), 1);
+  ASSERT_EQ(h.Connect("ISO15765"), 2);
+  ASSERT_EQ(Command(h, RP1210_Set_All_Filters_States_to_Pass, 2), 0);
+  ASSERT_EQ(Command(h, RP1210_Set_Message_Filtering_For_J1939, 1, J1939Filter(1, 0xFEF1, 0, 0)), 0);
+
+  // Header byte 0x36: the ISO15765 message type comes from its bits 4-5.
+  h.sim().SendVehicleMessage({0x36, 0x00, 0xDA, 0x00, 0x06, 0xF1, 0x3D, 0x02, 0x50, 0x01});
+  h.sim().SendVehicleMessage(J1939Body(0xFEF1, 0x00, 0xFF, 0x04));
+  Read r = ReadWithin(h, 2);
+  EXPECT_EQ(r.after_stamp,
+            (Bytes{0x03, 0x06, 0x18, 0xDA, 0x3D, 0xF1, 0x00, 0x02, 0x50, 0x01}));
+  // The J1939 message, taken by client 2, went to client 1.
+  r = ReadWithin(h, 2, 100);
+  EXPECT_EQ(r.result, 0);
+  EXPECT_EQ(ReadOnce(h, 1).after_stamp, (Bytes{0xF1, 0xFE, 0x00, 0x06, 0x00, 0xFF, 0x04}));
+}
+
+TEST(ReadMessage, NoMessageResultsByBlockMode) {
+  struct Row {
+    const char* protocol;
+    short block;
+    short result;
+  } rows[] = {{"J1939", 0, 0}, {"J1939", 2, -148}, {"ISO15765", 2, -148},
+              {"J1708", -1, -148}, {"CAN", 2, 0}};
+  for (const Row& row : rows) {
+    SCOPED_TRACE(std::string(row.protocol) + " block " + std::to_string(row.block));
+    qvtest::Harness h;
+    ASSERT_EQ(h.Connect(row.protocol), 1);
+    ASSERT_EQ(Command(h, RP1210_Set_All_Filters_States_to_Pass, 1), 0);
+    const auto start = Clock::now();
+    EXPECT_EQ(ReadOnce(h, 1, row.block).result, row.result);
+    EXPECT_LT(MsSince(start), 100);
+  }
+}
+
+// The two reads that sit out the whole 40 s limit; they run in parallel.
+class BlockingReadLimit : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(BlockingReadLimit, EndsAfterFortySeconds) {
+  qvtest::Harness h;
+  ASSERT_EQ(h.Connect(GetParam()), 1);
+  ASSERT_EQ(Command(h, RP1210_Set_All_Filters_States_to_Pass, 1), 0);
+  const auto start = Clock::now();
+  const short result = ReadOnce(h, 1, 1).result;
+  const long took = MsSince(start);
+  EXPECT_EQ(result, std::string(GetParam()) == "CAN" ? 0 : -148);
+  EXPECT_GE(took, 39900);
+  EXPECT_LT(took, 41500);
+}
+
+INSTANTIATE_TEST_SUITE_P(Protocols, BlockingReadLimit, ::testing::Values("CAN", "J1939"));
+
+TEST(ReadMessage, BlockingReadWakesForAMessageAndHoldsNoLock) {
+  qvtest::Harness h;
+  ASSERT_EQ(h.Connect("J1939"), 1);
+  ASSERT_EQ(Command(h, RP1210_Set_All_Filters_States_to_Pass, 1), 0);
+  std::atomic<short> result{1};
+  std::atomic<long> woke_after{-1};
+  Bytes got;
+  std::thread reader([&] {
+    const auto start = Clock::now();
+    Read r = ReadOnce(h, 1, 1);
+    woke_after = MsSince(start);
+    got = r.after_stamp;
+    result = r.result;
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  // Other calls go ahead while the read waits.
+  const auto start = Clock::now();
+  EXPECT_EQ(Send(h, 1, {0x00, 0xEA, 0x00, 0x06, 0xF9, 0xFF, 0xE5, 0xFE, 0x00}), 0);
+  char status[64];
+  EXPECT_EQ(h.lib().GetHardwareStatus(1, status, sizeof status, 0), 0);
+  EXPECT_LT(MsSince(start), 1000);
+  EXPECT_EQ(result.load(), 1) << "the read ended without a message";
+
+  h.sim().SendVehicleMessage(J1939Body(0xFEF1, 0x00, 0xFF, 0x09));
+  reader.join();
+  EXPECT_EQ(result.load(), 4 + 7);
+  EXPECT_EQ(got, (Bytes{0xF1, 0xFE, 0x00, 0x06, 0x00, 0xFF, 0x09}));
+  EXPECT_LT(woke_after.load(), 1500);
+}
+
+TEST(ReadMessage, ManyMessagesArriveWhole) {
+  qvtest::Harness h;
+  ASSERT_EQ(h.Connect("J1939"), 1);
+  ASSERT_EQ(Command(h, RP1210_Set_All_Filters_States_to_Pass, 1), 0);
+  constexpr int kCount = 400;
+  for (int i = 0; i < kCount; ++i) {
+    Bytes body = J1939Body(0xFEF1, 0x00, 0xFF, static_cast<uint8_t>(i));
+    body.push_back(static_cast<uint8_t>(i >> 8));
+    h.sim().SendVehicleMessage(body);
+  }
+  for (int i = 0; i < kCount; ++i) {
+    const Read r = ReadWithin(h, 1, 2000);
+    ASSERT_EQ(r.result, 4 + 8) << "message " << i;
+    ASSERT_EQ(r.after_stamp[6] | (r.after_stamp[7] << 8), i) << "lost or out of order";
+  }
+}
+
+TEST(ReadMessage, TraceLines) {
+  qvtest::Harness h;
+  ASSERT_EQ(h.Connect("J1939"), 1);
+  ASSERT_EQ(Command(h, RP1210_Set_All_Filters_States_to_Pass, 1), 0);
+  EXPECT_EQ(Send(h, 1, {0x00, 0xEA, 0x00, 0x06, 0xF9, 0xFF, 0xE5}), 0);
+  EXPECT_EQ(h.lib().SendMessage(1, nullptr, 7, 1, 1), 601);
+  EXPECT_EQ(ReadOnce(h, 1, 0, 64).result, 0);
+  h.sim().SendVehicleMessage(J1939Body(0xFEF1, 0x00, 0xFF, 0x09));
+  ASSERT_EQ(ReadWithin(h, 1).result, 11);
+  h.UnloadLibrary();
+  const std::string log = h.Log();
+  const std::string at = R"(\n>>\d{2}:\d{2}:\d{2}\.\d{3}\[[ \d]{10}\] )";
+  const char* lines[] = {
+      R"(RP1210_SendMessage\(1,\{\.\.\.\},7,0,0\):\(0:NO_ERRORS\)->: 00 EA 00 06 F9 FF E5)",
+      R"(RP1210_SendMessage\(1,\{\.\.\.\},7,1,1\):\(601:ERR_NULL_PARAMETER\)->:\n)",
+      R"(RP1210_ReadMessage\(1, ,64,0\):\(0:NO_ERRORS\))",
+      R"(RP1210_ReadMessage\(1, ,2048,0\):<-\(11\):( [0-9A-F]{2}){4} F1 FE 00 06 00 FF 09)",
+  };
+  for (const char* line : lines) {
+    EXPECT_TRUE(std::regex_search(log, std::regex(at + line))) << line;
+  }
+}
+
+}  // namespace
