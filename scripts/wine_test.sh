@@ -67,7 +67,11 @@ stop_simulator() {
 run_program() {  # label, program options...
   local label=$1; shift
   echo "-- $label"
-  (cd "$work/bin" && LD_PRELOAD=$shim timeout 120 wine ./qvrp32_wintest.exe "$@") >"$work/run.out" 2>&1
+  local status=0
+  (cd "$work/bin" && LD_PRELOAD=$shim timeout 120 wine ./qvrp32_wintest.exe "$@") >"$work/run.raw" 2>&1 \
+    || status=$?
+  # Windows programs end their lines with CR LF.
+  tr -d '\r' <"$work/run.raw" >"$work/run.out"
   sed -n '/^\(ok\|FAIL\) /p' "$work/run.out"
   local line p f
   line=$(grep -E '^[0-9]+ passed, [0-9]+ failed$' "$work/run.out" | tail -n 1)
@@ -77,6 +81,12 @@ run_program() {  # label, program options...
   fi
   read -r p _ f _ <<<"$line"
   passed=$((passed + p)); failed=$((failed + f))
+  # A crash after the summary (a thread left running in the unloaded DLL)
+  # shows only in the exit status.
+  if [ "$f" = 0 ] && [ "$status" != 0 ]; then
+    echo "FAIL $label: the program ended with status $status"; tail -n 20 "$work/run.out"
+    failed=$((failed + 1))
+  fi
 }
 
 for format in 0 1 2; do

@@ -189,17 +189,28 @@ bool OpenSerialPort(const char* port_name) {
 void CloseSerialPort() {
   link::SetPortOpenFlag(0);
   if (g_port != INVALID_HANDLE_VALUE) CancelIo(g_port);
+  HANDLE outlived = nullptr;
   if (g_thread != INVALID_HANDLE_VALUE) {
     // May run out while the thread is blocked on its comm event; it then
     // ends once the handle below is closed.
-    WaitForSingleObject(g_thread, kThreadWaitMs);
-    CloseHandle(g_thread);
+    if (WaitForSingleObject(g_thread, kThreadWaitMs) == WAIT_OBJECT_0) {
+      CloseHandle(g_thread);
+    } else {
+      outlived = g_thread;
+    }
     g_thread = INVALID_HANDLE_VALUE;
   }
   if (g_port != INVALID_HANDLE_VALUE) EscapeCommFunction(g_port, CLRDTR);
   ClosePortHandle();
   CloseEvent(g_read_ov);
   CloseEvent(g_write_ov);
+  if (outlived != nullptr) {
+    // The close above releases the thread's wait. It must be gone before
+    // we return: at process detach the DLL is unmapped right after, and a
+    // thread still running its code would fault.
+    WaitForSingleObject(outlived, kThreadWaitMs);
+    CloseHandle(outlived);
+  }
 }
 
 ChunkResult WriteSerialChunk(const uint8_t* data, uint32_t length) {
