@@ -67,5 +67,15 @@ for arch in win32:i686 win64:x86_64; do
     version_ok "$triple-w64-mingw32-objcopy" "$dll"
 done
 
+# The Linux library: the same twelve functions with C linkage, nothing else.
+so=build/linux/libqvrp32.so
+if [ -f "$so" ]; then
+  check "$so exports exactly the twelve RP1210 functions" \
+    diff <(expected_exports | awk '{print $2}' | sed 's/^_\(.*\)@8$/\1/' | sort) \
+    <(nm -D --defined-only "$so" | awk '{print $3}' | sort)
+else
+  check "$so exists" false
+fi
+
 echo "$pass passed, $fail failed"
 [ "$fail" = 0 ]
