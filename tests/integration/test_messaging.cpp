@@ -1,6 +1,8 @@
 // Sending and reading vehicle messages against the simulated adapter: the
 // bytes on the wire, the layouts readers get, echo order, sharing between
 // two clients, blocking reads and their limits, and the trace lines.
+#include <time.h>
+
 #include <atomic>
 #include <chrono>
 #include <cstring>
@@ -332,14 +334,20 @@ TEST(ReadMessage, BlockingReadWakesForAMessageAndHoldsNoLock) {
   std::atomic<short> result{1};
   std::atomic<long> woke_after{-1};
   Bytes got;
+  std::atomic<long> cpu_us{-1};
   std::thread reader([&] {
     const auto start = Clock::now();
+    timespec cpu_start, cpu_end;
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &cpu_start);
     Read r = ReadOnce(h, 1, 1);
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &cpu_end);
+    cpu_us = (cpu_end.tv_sec - cpu_start.tv_sec) * 1000000L +
+             (cpu_end.tv_nsec - cpu_start.tv_nsec) / 1000;
     woke_after = MsSince(start);
     got = r.after_stamp;
     result = r.result;
   });
-  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  std::this_thread::sleep_for(std::chrono::milliseconds(1000));
   // Other calls go ahead while the read waits.
   const auto start = Clock::now();
   EXPECT_EQ(Send(h, 1, {0x00, 0xEA, 0x00, 0x06, 0xF9, 0xFF, 0xE5, 0xFE, 0x00}), 0);
@@ -352,7 +360,9 @@ TEST(ReadMessage, BlockingReadWakesForAMessageAndHoldsNoLock) {
   reader.join();
   EXPECT_EQ(result.load(), 4 + 7);
   EXPECT_EQ(got, (Bytes{0xF1, 0xFE, 0x00, 0x06, 0x00, 0xFF, 0x09}));
-  EXPECT_LT(woke_after.load(), 1500);
+  EXPECT_LT(woke_after.load(), 2500);
+  // Idle for over a second: a spinning read would burn all of it.
+  EXPECT_LT(cpu_us.load(), 100000) << "the blocking read is not idle while it waits";
 }
 
 TEST(ReadMessage, ManyMessagesArriveWhole) {

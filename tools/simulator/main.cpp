@@ -1,5 +1,6 @@
 // qvsim: a simulated QV adapter on a pseudo-terminal, for running the
 // library and applications against it without hardware.
+#include <poll.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <cstring>
 #include <string>
 
+#include "qvsim/console.h"
 #include "qvsim/simulator.h"
 
 namespace {
@@ -42,8 +44,11 @@ void Usage(std::FILE* out) {
       "  --corrupt           send bad checksums / end bytes\n"
       "  --garbage           send junk bytes between frames\n"
       "  --split-bytes       write frames one byte at a time\n"
-      "  --help              this text\n",
+      "  --no-answer 0xNN    never answer requests with this code (repeatable)\n"
+      "  --help              this text\n"
+      "\n",
       out);
+  std::fputs(qvsim::kConsoleHelp, out);
 }
 
 bool ParseInt(const char* text, long low, long high, long* value) {
@@ -142,6 +147,9 @@ int main(int argc, char** argv) {
       config.corrupt_checksum = true;
     } else if (opt == "--garbage") {
       config.garbage_between_frames = true;
+    } else if (opt == "--no-answer") {
+      if (!number(0, 255, &n)) return 2;
+      config.unanswered_codes.push_back(static_cast<uint8_t>(n));
     } else if (opt == "--split-bytes") {
       config.split_bytes = true;
     } else {
@@ -172,7 +180,7 @@ int main(int argc, char** argv) {
   std::printf("port:    COM%ld\n", com);
   std::printf("variant: FrameFormat %d, %s, firmware %s, serial %s\n", config.frame_format,
               kTags[config.frame_format], config.firmware.c_str(), config.serial.c_str());
-  std::printf("running until interrupted\n");
+  std::printf("running until interrupted; type help for commands\n");
   std::fflush(stdout);
 
   struct sigaction action;
@@ -180,14 +188,35 @@ int main(int argc, char** argv) {
   action.sa_handler = OnSignal;
   sigaction(SIGINT, &action, nullptr);
   sigaction(SIGTERM, &action, nullptr);
-  // Signals are let in only inside sigsuspend, so none slips in between
-  // the test and the wait.
+  // Signals are let in only inside ppoll, so none slips in between the test
+  // and the wait.
   sigset_t blocked, previous;
   sigemptyset(&blocked);
   sigaddset(&blocked, SIGINT);
   sigaddset(&blocked, SIGTERM);
   sigprocmask(SIG_BLOCK, &blocked, &previous);
-  while (!g_stop) sigsuspend(&previous);
+  struct pollfd input = {STDIN_FILENO, POLLIN, 0};
+  // A background job must not read its terminal: that would stop it.
+  if (isatty(STDIN_FILENO) && tcgetpgrp(STDIN_FILENO) != getpgrp()) input.fd = -1;
+  std::string pending;
+  while (!g_stop) {
+    // Without standard input (closed, /dev/null) only a signal ends the wait.
+    if (ppoll(&input, input.fd >= 0 ? 1 : 0, nullptr, &previous) <= 0) continue;
+    char chunk[512];
+    const ssize_t got = read(STDIN_FILENO, chunk, sizeof chunk);
+    if (got <= 0) {
+      input.fd = -1;
+      continue;
+    }
+    pending.append(chunk, static_cast<size_t>(got));
+    size_t end;
+    while ((end = pending.find('\n')) != std::string::npos) {
+      const std::string reply = qvsim::RunConsoleCommand(sim, pending.substr(0, end));
+      pending.erase(0, end + 1);
+      if (!reply.empty()) std::printf("%s\n", reply.c_str());
+      std::fflush(stdout);
+    }
+  }
   sim.Stop();
   return 0;
 }
