@@ -13,7 +13,8 @@ top=$PWD
 win=$top/build/win64
 qvsim=$top/build/linux/tools/simulator/qvsim
 shim=$top/build/linux/tests/libqv_pty_modem_shim.so
-for f in "$win/QVRP32.dll" "$win/tests/windows/qvrp32_wintest.exe" "$qvsim" "$shim"; do
+monitor=$win/tools/monitor/rp1210-monitor.exe
+for f in "$win/QVRP32.dll" "$win/tests/windows/qvrp32_wintest.exe" "$monitor" "$qvsim" "$shim"; do
   [ -e "$f" ] || { echo "wine_test: missing $f"; echo "0 passed, 1 failed"; exit 1; }
 done
 command -v wine >/dev/null || { echo "wine_test: wine is not installed"; echo "0 passed, 1 failed"; exit 1; }
@@ -97,6 +98,40 @@ for format in 0 1 2; do
   fi
   stop_simulator
 done
+
+# The monitor as users run it: it finds the driver through RP1210.ini and
+# loads QVRP32.dll from the system folder, like any RP1210 application.
+run_monitor() {
+  echo "-- rp1210-monitor.exe, driver found through RP1210.ini"
+  mkdir -p "$work/monitor"
+  cp "$monitor" "$work/monitor/"
+  cp "$win/QVRP32.dll" "$WINEPREFIX/drive_c/windows/system32/"
+  printf '[RP1210Support]\r\nAPIImplementations=QVRP32\r\n' >"$WINEPREFIX/drive_c/windows/RP1210.ini"
+  (cd "$work/monitor" && LD_PRELOAD=$shim timeout 60 wine ./rp1210-monitor.exe --info --echo \
+    --send 18FEF1F9#0102 --time 3) 2>&1 | tr -d '\r' >"$work/monitor.out"
+  local what pattern ok=1
+  while IFS='|' read -r what pattern; do
+    if grep -qE "$pattern" "$work/monitor.out"; then
+      echo "ok   monitor: $what"; passed=$((passed + 1))
+    else
+      echo "FAIL monitor: $what"; failed=$((failed + 1)); ok=0
+    fi
+  done <<'CHECKS'
+shows the adapter's serial number|^serial number QVWINE0001$
+decodes J1939 traffic|RX J1939 +P[0-7] PGN 0F004 EEC1
+shows its own message echoed|TX J1939 +P6 PGN 0FEF1 CCVS +SA F9 DA FF \[2\] 01 02$
+counts what it did|^[1-9][0-9]* messages received, 1 echoed, 1 sent$
+disconnects cleanly|^disconnected$
+CHECKS
+  [ "$ok" = 1 ] || tail -n 20 "$work/monitor.out"
+}
+
+if start_simulator 1 --traffic vehicle; then
+  run_monitor
+else
+  failed=$((failed + 1))
+fi
+stop_simulator
 
 if start_simulator 1; then
   rm -f "$WINEPREFIX/drive_c/windows/QVRP32.ini"
