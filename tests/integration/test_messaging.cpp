@@ -3,6 +3,7 @@
 // two clients, blocking reads and their limits, and the trace lines.
 #include <time.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstring>
@@ -379,6 +380,46 @@ TEST(ReadMessage, ManyMessagesArriveWhole) {
     const Read r = ReadWithin(h, 1, 2000);
     ASSERT_EQ(r.result, 4 + 8) << "message " << i;
     ASSERT_EQ(r.after_stamp[6] | (r.after_stamp[7] << 8), i) << "lost or out of order";
+  }
+}
+
+// Both clients read at once from their own threads while traffic for both
+// arrives: every message reaches its client exactly once.
+TEST(ReadMessage, ConcurrentReadersLoseAndDuplicateNothing) {
+  qvtest::Harness h;
+  ASSERT_EQ(h.Connect("J1939"), 1);
+  ASSERT_EQ(h.Connect("J1939"), 2);
+  ASSERT_EQ(Command(h, RP1210_Set_Message_Filtering_For_J1939, 1, J1939Filter(1, 0xFEF1, 0, 0)), 0);
+  ASSERT_EQ(Command(h, RP1210_Set_Message_Filtering_For_J1939, 2, J1939Filter(4, 0, 0x3D, 0)), 0);
+  constexpr int kEach = 150;
+  std::vector<int> seen[3];
+  auto reader = [&](short client) {
+    const auto start = Clock::now();
+    while (static_cast<int>(seen[client].size()) < kEach && MsSince(start) < 10000) {
+      char buffer[64];
+      const short n = h.lib().ReadMessage(client, buffer, sizeof buffer, 1);
+      if (n == 4 + 8) {
+        seen[client].push_back(static_cast<uint8_t>(buffer[10]) |
+                               (static_cast<uint8_t>(buffer[11]) << 8));
+      }
+    }
+  };
+  std::thread first(reader, 1), second(reader, 2);
+  for (int i = 0; i < 2 * kEach; ++i) {
+    Bytes body = i % 2 == 0 ? J1939Body(0xFEF1, 0x00, 0xFF, static_cast<uint8_t>(i))
+                            : J1939Body(0xEF00, 0x3D, 0xF9, static_cast<uint8_t>(i));
+    body.push_back(static_cast<uint8_t>(i >> 8));
+    h.sim().SendVehicleMessage(body);
+  }
+  first.join();
+  second.join();
+  for (short client : {1, 2}) {
+    SCOPED_TRACE("client " + std::to_string(client));
+    std::vector<int> got = seen[client];
+    std::sort(got.begin(), got.end());
+    std::vector<int> expected;
+    for (int i = client - 1; i < 2 * kEach; i += 2) expected.push_back(i);
+    EXPECT_EQ(got, expected);
   }
 }
 
