@@ -245,12 +245,17 @@ Bytes J1939Body(uint32_t pgn, uint8_t source, uint8_t destination, uint8_t data)
           static_cast<uint8_t>(pgn >> 16), 0x06, source, destination, data};
 }
 
-TEST(ReadMessage, TwoJ1939ClientsShareTheLink) {
-  qvtest::Harness h;
+// Client 1 takes PGN 0xFEF1, client 2 whatever source 0x3D sends.
+void TwoFilteredJ1939Clients(qvtest::Harness& h) {
   ASSERT_EQ(h.Connect("J1939"), 1);
   ASSERT_EQ(h.Connect("J1939"), 2);
   ASSERT_EQ(Command(h, RP1210_Set_Message_Filtering_For_J1939, 1, J1939Filter(1, 0xFEF1, 0, 0)), 0);
   ASSERT_EQ(Command(h, RP1210_Set_Message_Filtering_For_J1939, 2, J1939Filter(4, 0, 0x3D, 0)), 0);
+}
+
+TEST(ReadMessage, TwoJ1939ClientsShareTheLink) {
+  qvtest::Harness h;
+  ASSERT_NO_FATAL_FAILURE(TwoFilteredJ1939Clients(h));
 
   // Client 1's read takes the message meant for client 2 and hands it over.
   h.sim().SendVehicleMessage(J1939Body(0xEF00, 0x3D, 0xF9, 0x01));
@@ -387,10 +392,7 @@ TEST(ReadMessage, ManyMessagesArriveWhole) {
 // arrives: every message reaches its client exactly once.
 TEST(ReadMessage, ConcurrentReadersLoseAndDuplicateNothing) {
   qvtest::Harness h;
-  ASSERT_EQ(h.Connect("J1939"), 1);
-  ASSERT_EQ(h.Connect("J1939"), 2);
-  ASSERT_EQ(Command(h, RP1210_Set_Message_Filtering_For_J1939, 1, J1939Filter(1, 0xFEF1, 0, 0)), 0);
-  ASSERT_EQ(Command(h, RP1210_Set_Message_Filtering_For_J1939, 2, J1939Filter(4, 0, 0x3D, 0)), 0);
+  ASSERT_NO_FATAL_FAILURE(TwoFilteredJ1939Clients(h));
   constexpr int kEach = 150;
   std::vector<int> seen[3];
   auto reader = [&](short client) {
