@@ -75,6 +75,7 @@ struct SendRow {
   Bytes message;
   short result;
   Bytes payload;  // empty: nothing may reach the adapter
+  int j1708_mode = -1;  // Set_J1708_Mode before the send; -1: left at its default
 };
 
 TEST(SendMessage, PayloadsOnTheWire) {
@@ -88,11 +89,16 @@ TEST(SendMessage, PayloadsOnTheWire) {
        {0x93, 0x02, 0x01, 0x00, 0xEA, 0x00, 0x06, 0xF9, 0xFF, 0xE5, 0xFE, 0x00}},
       {"ISO15765", {0x05, 0x18, 0xDA, 0xF1, 0x00, 0x00, 0x3E}, 144, {}},
       {"J1708", {0x08, 0x80, 0x54, 0x00}, 0, {0x93, 0x05, 0x01, 0x00, 0x00, 0x08, 0x80, 0x54, 0x2C}},
+      {"J1708", {0x08, 0x80, 0x54, 0x00}, 0, {0x93, 0x05, 0x01, 0x00, 0x00, 0x08, 0x80, 0x54}, 0},
+      {"J1708", {0x08}, 144, {}},
   };
   for (const SendRow& row : rows) {
     SCOPED_TRACE(row.protocol);
     qvtest::Harness h;
     ASSERT_EQ(h.Connect(row.protocol), 1);
+    if (row.j1708_mode >= 0) {
+      ASSERT_EQ(Command(h, RP1210_Set_J1708_Mode, 1, {static_cast<uint8_t>(row.j1708_mode)}), 0);
+    }
     h.sim().ClearReceived();
     EXPECT_EQ(Send(h, 1, row.message), row.result);
     if (row.payload.empty()) {
