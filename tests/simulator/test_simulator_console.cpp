@@ -23,6 +23,7 @@ TEST(SimulatorConsole, CommandsActOnTheLine) {
       {"message 00 CA FE 00 06 00 FF 11", false, {0x97, 0x00, 0x01, 0x00, 0xCA, 0xFE, 0x00, 0x06, 0x00, 0xFF, 0x11}},
       {"payload 0x950201", false, {0x95, 0x02, 0x01}},
       {"unsolicited 0x1F", false, {0x1F}},
+      {"raw 01 01 07 30 07 31 37 30 C7 3E 00 00", false, {0x30}},  // a format-1 frame
       {"unsolicited 0x20", true, {}},
       {"message 0", true, {}},
       {"raw zz", true, {}},

@@ -25,12 +25,6 @@ void ExpectFreeSlot(const qv::ClientSlot& slot) {
   EXPECT_EQ(std::memcmp(&slot, &expected, sizeof slot), 0);
 }
 
-TEST(LibraryState, EverythingZeroAtLoad) {
-  EXPECT_TRUE(AllZero(&qv::g_state, sizeof qv::g_state));
-  EXPECT_FALSE(qv::SessionIsReady());
-  EXPECT_FALSE(qv::ClientIsReady(1));
-}
-
 TEST(LibraryState, ResetClientTableLeavesFreeSlotsAndVersions) {
   std::memset(&qv::g_state, 0x5A, sizeof qv::g_state);
   qv::ResetClientTable();
