@@ -67,43 +67,6 @@ TEST(SimulatorAnswers, EveryRequestInEveryFormat) {
   }
 }
 
-TEST(SimulatorAnswers, Misbehaviour) {
-  const Bytes handshake = {0x96, 0x00, 0x01};
-  const Bytes info = {0x90, 0x00, 0x01, 0x00};
-  const Bytes command = {0x95, 0x02, 0x01, 0x00, 0x03};
-  struct Row {
-    const char* what;
-    void (*setup)(qvsim::Config&);
-    Bytes request;
-    Bytes answer;  // empty: no answer
-  };
-  const Row rows[] = {
-      {"silent", [](qvsim::Config& c) { c.silent = true; }, handshake, {}},
-      {"no information", [](qvsim::Config& c) { c.answer_information = false; }, info, {}},
-      {"status still answered without information",
-       [](qvsim::Config& c) { c.answer_information = false; }, {0x90, 2, 1, 1},
-       {0x90, 2, 1, 1, 1, 0, 2, 5, 6}},
-      {"error reply", [](qvsim::Config& c) { c.error_codes = {0x95}; }, command, {0xFF, 0x00, 0x95}},
-      {"error reply to the information request",
-       [](qvsim::Config& c) { c.error_codes = {0x90}; }, info, {0xFF, 0x00, 0x90}},
-      {"unanswered code", [](qvsim::Config& c) { c.unanswered_codes = {0x95}; }, command, {}},
-      {"other codes unaffected", [](qvsim::Config& c) { c.unanswered_codes = {0x95}; },
-       handshake, handshake},
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.what);
-    qvsim::Config config;
-    row.setup(config);
-    qvsim::Simulator sim(config);
-    ASSERT_TRUE(sim.Start());
-    PtyClient line(sim.SlavePath(), 1);
-    EXPECT_EQ(line.Ask(row.request, 400), row.answer);
-    Bytes seen;
-    EXPECT_TRUE(sim.WaitForRequest(row.request[0], 100, &seen));
-    EXPECT_EQ(seen, row.request);
-  }
-}
-
 TEST(SimulatorAnswers, WaitForRequestConsumesInOrder) {
   qvsim::Simulator sim;
   ASSERT_TRUE(sim.Start());
