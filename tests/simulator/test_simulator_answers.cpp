@@ -1,9 +1,6 @@
-// The simulated adapter's answers and misbehaviour, seen from the library's
+// The simulated adapter's answers and broken frames, seen from the library's
 // side of the line through the driver's own frame codec.
 #include <gtest/gtest.h>
-
-#include <chrono>
-#include <thread>
 
 #include "pty_client.h"
 
@@ -65,35 +62,6 @@ TEST(SimulatorAnswers, EveryRequestInEveryFormat) {
     EXPECT_EQ(got.back(), Bytes{0x6F});
     EXPECT_EQ(sim.ChannelProtocol(), 2);  // the refused J1939 open came last
   }
-}
-
-TEST(SimulatorAnswers, WaitForRequestConsumesInOrder) {
-  qvsim::Simulator sim;
-  ASSERT_TRUE(sim.Start());
-  PtyClient line(sim.SlavePath(), 1);
-  ASSERT_TRUE(line.Send({0x95, 2, 1, 0, 1}));
-  ASSERT_TRUE(line.Send({0x96, 0, 1}));
-  ASSERT_TRUE(line.Send({0x95, 2, 1, 0, 2}));
-  Bytes p;
-  ASSERT_TRUE(sim.WaitForRequest(0x95, 1000, &p));
-  EXPECT_EQ(p, (Bytes{0x95, 2, 1, 0, 1}));
-  ASSERT_TRUE(sim.WaitForRequest(0x95, 1000, &p));
-  EXPECT_EQ(p, (Bytes{0x95, 2, 1, 0, 2}));
-  EXPECT_FALSE(sim.WaitForRequest(0x95, 100, &p));
-  ASSERT_TRUE(sim.WaitForRequest(0, 100, &p));
-  EXPECT_EQ(p, (Bytes{0x96, 0, 1}));
-  // A request that comes in while waiting ends the wait.
-  std::thread late([&] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(150));
-    line.Send({0x93, 2, 1, 1, 2, 3, 4, 5, 6});
-  });
-  const auto start = Clock::now();
-  EXPECT_TRUE(sim.WaitForRequest(0x93, 2000, &p));
-  EXPECT_LT(Clock::now() - start, std::chrono::milliseconds(1000));
-  late.join();
-  EXPECT_EQ(sim.Received().size(), 4u);
-  sim.ClearReceived();
-  EXPECT_TRUE(sim.Received().empty());
 }
 
 TEST(SimulatorAnswers, BrokenFramesOnTheWire) {
