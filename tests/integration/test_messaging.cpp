@@ -318,7 +318,7 @@ TEST(ReadMessage, NoMessageResultsByBlockMode) {
     ASSERT_EQ(Command(h, RP1210_Set_All_Filters_States_to_Pass, 1), 0);
     const auto start = Clock::now();
     EXPECT_EQ(ReadOnce(h, 1, row.block).result, row.result);
-    EXPECT_LT(MsSince(start), 100);
+    EXPECT_LT(MsSince(start), 500) << "a read that does not block returned late";
   }
 }
 

@@ -121,7 +121,7 @@ TEST_F(LinkReceive, WaiterTimeLimits) {
     const uint32_t took = qv::MillisecondCounter() - start;
     const uint32_t expected = limit < 5 ? 5 : limit;
     EXPECT_GE(took, expected) << limit;
-    EXPECT_LT(took, expected + 30) << limit;
+    EXPECT_LT(took, expected + 200) << limit;  // upper bound only catches a lost deadline
   }
 }
 
@@ -181,7 +181,8 @@ TEST_F(LinkReceive, WaiterWakesPromptlyAndIdlesWithoutCpu) {
   const double cpu_used = ThreadCpuMs() - cpu_before;
   reader.join();
   EXPECT_EQ(got, 3);
-  EXPECT_LE(woke_at - filed_at, 5u) << "woke late";
+  // Generous for a loaded CI machine; a polling waiter would miss it by far.
+  EXPECT_LE(woke_at - filed_at, 20u) << "woke late";
   EXPECT_LT(cpu_used, 20.0) << "a 300 ms wait must not spin";
 }
 
