@@ -8,6 +8,7 @@
 
 #include "api/configuration.h"
 #include "platform/platform.h"
+#include "platform/spin_guard.h"
 
 namespace qv {
 
@@ -22,12 +23,10 @@ std::atomic_flag g_file_busy = ATOMIC_FLAG_INIT;
 
 class FileGuard {
  public:
-  FileGuard() {
-    while (g_file_busy.test_and_set(std::memory_order_acquire)) platform::SleepMs(0);
-  }
-  ~FileGuard() { g_file_busy.clear(std::memory_order_release); }
-  FileGuard(const FileGuard&) = delete;
-  FileGuard& operator=(const FileGuard&) = delete;
+  FileGuard() : guard_(g_file_busy) {}
+
+ private:
+  platform::SpinGuard guard_;
 };
 
 void CloseFileLocked() {

@@ -12,7 +12,6 @@
 namespace qv::link {
 
 FrameDecoder g_frame_decoder;
-std::atomic_flag ReceiveGuard::flag_ = ATOMIC_FLAG_INIT;
 
 void FilePayload(const uint8_t* payload, uint16_t length) {
   if (ClassifyPayload(payload, length) == PayloadClass::kMessage) {

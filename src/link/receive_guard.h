@@ -8,24 +8,18 @@
 
 #include <atomic>
 
-#include "platform/platform.h"
+#include "platform/spin_guard.h"
 
 namespace qv::link {
 
+inline std::atomic_flag g_receive_flag = ATOMIC_FLAG_INIT;
+
 class ReceiveGuard {
  public:
-  ReceiveGuard() {
-    // Give the holder the processor if it was preempted while holding.
-    for (uint32_t spins = 0; flag_.test_and_set(std::memory_order_acquire); ++spins) {
-      if (spins >= 64) platform::SleepMs(0);
-    }
-  }
-  ~ReceiveGuard() { flag_.clear(std::memory_order_release); }
-  ReceiveGuard(const ReceiveGuard&) = delete;
-  ReceiveGuard& operator=(const ReceiveGuard&) = delete;
+  ReceiveGuard() : guard_(g_receive_flag) {}
 
  private:
-  static std::atomic_flag flag_;
+  platform::SpinGuard guard_;
 };
 
 }  // namespace qv::link

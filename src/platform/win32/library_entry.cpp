@@ -3,11 +3,16 @@
 #include <windows.h>
 
 #include "api/library_state.h"
+#include "platform/spin_guard.h"
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID reserved) {
   (void)module;
-  (void)reserved;
   if (reason == DLL_PROCESS_ATTACH) qv::ProcessAttach();
-  if (reason == DLL_PROCESS_DETACH) qv::ProcessDetach();
+  if (reason == DLL_PROCESS_DETACH) {
+    // A non-null `reserved` means the process is ending and Windows has
+    // already ended every other thread, the reader thread among them.
+    if (reserved != nullptr) qv::platform::MarkOnlyThreadLeft();
+    qv::ProcessDetach();
+  }
   return TRUE;
 }

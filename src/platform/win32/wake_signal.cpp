@@ -7,6 +7,7 @@
 #include <new>
 
 #include "platform/platform.h"
+#include "platform/spin_guard.h"
 
 namespace qv::platform {
 
@@ -38,6 +39,9 @@ WakeSignal::WakeSignal() {
 uint32_t WakeSignal::Generation() const { return StateOf(storage_)->generation.load(); }
 
 void WakeSignal::Raise() {
+  // A thread that died holding the lock would never release it; and with
+  // no other thread left there is nobody to wake.
+  if (OnlyThreadLeft()) return;
   WakeState* state = StateOf(storage_);
   AcquireSRWLockExclusive(&state->lock);
   state->generation.fetch_add(1);
