@@ -33,7 +33,10 @@ int WriteFrameInChunks(const uint8_t* frame, uint32_t length, ChunkWriter write_
 }
 
 int OpenAdapterPort(const char* port_name) {
-  if (PortIsOpen()) CloseAdapterPort();
+  // Not only when PortOpenFlag is 1: a link that dropped on its own (a fatal
+  // write, a hang-up) still holds its reader thread, which must be gone
+  // before the ring is prepared for the new port.
+  CloseAdapterPort();
   PrepareRingForOpen();
   return platform::OpenSerialPort(port_name) ? 1 : 0;
 }

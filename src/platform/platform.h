@@ -108,8 +108,10 @@ void RegistryClose(RegistryKey key);
 // open sequence (events, open, time-outs, line settings, queues, purge), sets
 // PortOpenFlag to 1 and starts the reader thread, which calls
 // link::ReaderPass() before every wait and link::StoreReceivedBytes() for
-// every read; see src/link/rx_sink.h. CloseSerialPort drops PortOpenFlag,
-// stops the thread and releases everything; it is safe when nothing is open.
+// every read; see src/link/rx_sink.h. Callers close before they open.
+// CloseSerialPort drops PortOpenFlag, stops the thread and releases
+// everything, also after the link dropped on its own; it is safe when
+// nothing is open.
 bool OpenSerialPort(const char* port_name);
 void CloseSerialPort();
 

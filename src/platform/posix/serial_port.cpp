@@ -102,9 +102,6 @@ bool IsPlainPortName(const char* name) {
 }  // namespace
 
 bool OpenSerialPort(const char* port_name) {
-  // A link that dropped on its own (hang-up) still holds its thread and
-  // descriptors; release them before they are overwritten.
-  if (g_reader_running || g_port_fd >= 0 || g_wake_pipe[0] >= 0) CloseSerialPort();
   if (!IsPlainPortName(port_name)) return false;
   char device[64];
   std::snprintf(device, sizeof device, "C:\\dosdevices\\%s", port_name);

@@ -117,9 +117,6 @@ unsigned __stdcall AdapterReaderThread(void* argument) {
 }  // namespace
 
 bool OpenSerialPort(const char* port_name) {
-  // A link that dropped on its own (fatal write, reader without its event)
-  // still holds its handles; release them before they are overwritten.
-  if (g_thread != INVALID_HANDLE_VALUE || g_port != INVALID_HANDLE_VALUE) CloseSerialPort();
   char path[32];
   std::snprintf(path, sizeof path, "\\\\.\\%s", port_name ? port_name : "");
   if (!CreateOverlapped(g_read_ov)) return false;
