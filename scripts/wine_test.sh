@@ -134,6 +134,22 @@ fi
 stop_simulator
 
 if start_simulator 1; then
+  run_program "silent line" --quiet-line
+else
+  failed=$((failed + 1))
+fi
+stop_simulator
+
+# A flood keeps the reader thread busy in the receive path, where a process
+# that ends while connected is most likely to cut it off.
+if start_simulator 1 --traffic flood; then
+  run_program "process ending while connected" --exit-rounds 30
+else
+  failed=$((failed + 1))
+fi
+stop_simulator
+
+if start_simulator 1; then
   rm -f "$WINEPREFIX/drive_c/windows/QVRP32.ini"
   run_program "vendor INI file missing" --no-ini
 else
