@@ -4,7 +4,6 @@
 #include <cstring>
 
 #include "api/library_state.h"
-#include "link/rx_sink.h"
 
 namespace {
 
@@ -54,40 +53,6 @@ TEST(LibraryState, ReleaseClientSlotFreesOnlyThatSlot) {
   qv::ReleaseClientSlot(0);  // never handed out: ignored
   qv::ReleaseClientSlot(3);
   EXPECT_EQ(qv::g_state.slots[1].client_id, 1);
-}
-
-TEST(LibraryState, ClientLookupAndReadiness) {
-  qv::ResetClientTable();
-  qv::g_state.slots[1].client_id = 1;
-  qv::g_state.slots[2].client_id = 2;
-  struct Case {
-    int16_t id;
-    int slot;
-  } cases[] = {{1, 1}, {2, 2}, {0, 0}, {3, 0}, {-1, 0}, {-32767, 0}, {257, 0}};
-  for (const Case& c : cases) EXPECT_EQ(qv::FindClientSlot(c.id), c.slot) << c.id;
-  qv::g_state.slots[2].client_id = 0;
-  EXPECT_EQ(qv::FindClientSlot(2), 0);
-
-  qv::g_state.client_ready[1] = qv::kReadyMark;
-  EXPECT_TRUE(qv::ClientIsReady(1));
-  EXPECT_TRUE(qv::ClientIsReady(129));  // indexed by id AND 127
-  EXPECT_FALSE(qv::ClientIsReady(2));
-}
-
-TEST(LibraryState, SessionReadyNeedsTheOpenPort) {
-  qv::link::SetPortOpenFlag(0);
-  qv::MarkSessionReadyIfPortOpen();
-  EXPECT_EQ(qv::g_state.session_ready, 0u);
-  qv::link::SetPortOpenFlag(1);
-  qv::MarkSessionReadyIfPortOpen();
-  EXPECT_EQ(qv::g_state.session_ready, qv::kReadyMark);
-  EXPECT_TRUE(qv::SessionIsReady());
-  qv::link::SetPortOpenFlag(0);  // the port dropped: the mark alone is not enough
-  EXPECT_FALSE(qv::SessionIsReady());
-  qv::link::SetPortOpenFlag(1);
-  qv::g_state.session_ready = qv::kReadyMark + 1;
-  EXPECT_FALSE(qv::SessionIsReady());
-  qv::link::SetPortOpenFlag(0);
 }
 
 }  // namespace
