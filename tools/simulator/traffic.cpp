@@ -164,7 +164,9 @@ Bytes Eec1(uint8_t protocol, uint64_t t) {
 }
 
 Bytes Eec2(uint8_t protocol, uint64_t t) {
-  const uint8_t pedal = static_cast<uint8_t>(RoadSpeedKmh(t) * 2.5 / 0.4);  // 0.4 %/bit
+  // 0.4 %/bit; the pedal is floored well before top speed, and 250 (100 %)
+  // is as far as it goes: the product would overflow a byte.
+  const uint8_t pedal = static_cast<uint8_t>(std::min(250.0, RoadSpeedKmh(t) * 2.5 / 0.4));
   return J1939Message(protocol, 3, 0xF003, 0x00,
                       {0xF0, pedal, 0x1E, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF});
 }
