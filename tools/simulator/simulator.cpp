@@ -496,6 +496,7 @@ void Simulator::Impl::ScheduleTraffic(Clock::time_point now, int* timeout_ms) {
     } else if (traffic == Traffic::kFlood) {
       // A numbered EEC1 (or engine MID) per message, so a reader can tell
       // exactly which ones were lost.
+      const size_t before = out.size();
       for (int i = 0; i < 32; ++i) {
         const uint32_t n = flood_sequence++;
         const uint8_t s[4] = {static_cast<uint8_t>(n >> 24), static_cast<uint8_t>(n >> 16),
@@ -510,7 +511,9 @@ void Simulator::Impl::ScheduleTraffic(Clock::time_point now, int* timeout_ms) {
         if (body.empty()) break;
         out.push_back(body_payload(body));
       }
-      *timeout_ms = 0;
+      // Straight back for more only when this link carries the flood;
+      // otherwise the loop would spin without sending anything.
+      if (out.size() > before) *timeout_ms = 0;
     }
 
     if (!replay.frames.empty() && replay.next < replay.frames.size()) {
