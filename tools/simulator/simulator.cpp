@@ -17,6 +17,7 @@
 #include <thread>
 
 #include "link/frame_codec.h"
+#include "qvsim/synthetic_vehicle.h"
 #include "qvsim/traffic.h"
 
 namespace qvsim {

@@ -1,6 +1,6 @@
 // What the simulated adapter puts on the wire as received vehicle traffic:
 // the MessageBody of a 0x97 payload in the layout of the channel's data
-// link, the synthetic vehicle's schedule and candump log lines.
+// link, and candump log lines to replay.
 #pragma once
 
 #include <cstdint>
@@ -37,21 +37,5 @@ Bytes LoopbackBody(uint8_t protocol, const Bytes& sent_body);
 // "(1700000000.123456) can0 18FEF100#FFFF..." -> frame and time in
 // microseconds. False for comments, remote and CAN FD frames and bad lines.
 bool ParseCandumpLine(const std::string& line, CanFrame* frame, int64_t* time_us);
-
-// The synthetic vehicle: engine running, truck rolling, values drifting with
-// time. Each source is sent every period_ms; Make gives the body for the
-// channel's protocol at the time t_ms since the channel opened.
-struct VehicleSource {
-  const char* name;
-  uint32_t period_ms;
-  uint8_t protocol_family;  // kJ1939 (also sent as CAN frames) or kJ1708
-  Bytes (*make)(uint8_t protocol, uint64_t t_ms);
-};
-const std::vector<VehicleSource>& VehicleSources();
-
-// Engine values of the synthetic vehicle at time t_ms.
-double EngineRpm(uint64_t t_ms);
-double RoadSpeedKmh(uint64_t t_ms);
-double CoolantCelsius(uint64_t t_ms);
 
 }  // namespace qvsim

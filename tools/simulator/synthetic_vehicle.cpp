@@ -1,0 +1,114 @@
+#include "qvsim/synthetic_vehicle.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "qvsim/traffic.h"
+
+namespace qvsim {
+
+// The drive: idle, pull away, cruise and back, over a two-minute cycle, so
+// that a monitor shows values that move but stay plausible.
+double EngineRpm(uint64_t t_ms) {
+  const double phase = static_cast<double>(t_ms % 120000) / 120000.0;
+  return 700.0 + 900.0 * std::sin(phase * 3.14159265358979) + 25.0 * std::sin(t_ms / 700.0);
+}
+
+double RoadSpeedKmh(uint64_t t_ms) {
+  const double phase = static_cast<double>(t_ms % 120000) / 120000.0;
+  return 85.0 * std::sin(phase * 3.14159265358979);
+}
+
+double CoolantCelsius(uint64_t t_ms) {
+  // Warms up from 40 to 88 degrees over the first ten minutes.
+  const double warm = std::min(1.0, static_cast<double>(t_ms) / 600000.0);
+  return 40.0 + 48.0 * warm;
+}
+
+namespace {
+
+uint8_t Lo(unsigned v) { return static_cast<uint8_t>(v & 0xFF); }
+uint8_t Hi(unsigned v) { return static_cast<uint8_t>((v >> 8) & 0xFF); }
+
+Bytes J1939Message(uint8_t protocol, uint8_t priority, uint32_t pgn, uint8_t sa, Bytes data) {
+  CanFrame frame;
+  frame.extended = true;
+  frame.id = (static_cast<uint32_t>(priority) << 26) | (pgn << 8) | sa;
+  frame.data = std::move(data);
+  return BodyForChannel(protocol, frame);
+}
+
+Bytes Eec1(uint8_t protocol, uint64_t t) {
+  const unsigned rpm = static_cast<unsigned>(EngineRpm(t) * 8.0);  // 0.125 rpm/bit
+  const uint8_t torque = static_cast<uint8_t>(125 + 20 + (t / 100) % 15);  // -125 % offset
+  return J1939Message(protocol, 3, 0xF004, 0x00,
+                      {0xF1, torque, torque, Lo(rpm), Hi(rpm), 0x00, 0xFF, torque});
+}
+
+Bytes Eec2(uint8_t protocol, uint64_t t) {
+  // 0.4 %/bit; the pedal is floored well before top speed, and 250 (100 %)
+  // is as far as it goes: the product would overflow a byte.
+  const uint8_t pedal = static_cast<uint8_t>(std::min(250.0, RoadSpeedKmh(t) * 2.5 / 0.4));
+  return J1939Message(protocol, 3, 0xF003, 0x00,
+                      {0xF0, pedal, 0x1E, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF});
+}
+
+Bytes Ccvs(uint8_t protocol, uint64_t t) {
+  const unsigned speed = static_cast<unsigned>(RoadSpeedKmh(t) * 256.0);  // 1/256 km/h
+  return J1939Message(protocol, 6, 0xFEF1, 0x00,
+                      {0xF7, Lo(speed), Hi(speed), 0x10, 0x00, 0x00, 0x00, 0xC0});
+}
+
+Bytes Lfe(uint8_t protocol, uint64_t t) {
+  const unsigned rate = static_cast<unsigned>(EngineRpm(t) / 60.0 * 20.0);  // 0.05 L/h
+  return J1939Message(protocol, 6, 0xFEF2, 0x00,
+                      {Lo(rate), Hi(rate), 0x00, 0x02, 0xFF, 0xFF, 0xFF, 0xFF});
+}
+
+Bytes Et1(uint8_t protocol, uint64_t t) {
+  const uint8_t coolant = static_cast<uint8_t>(CoolantCelsius(t) + 40.0);  // -40 C offset
+  const uint8_t fuel = static_cast<uint8_t>(CoolantCelsius(t) * 0.6 + 40.0);
+  return J1939Message(protocol, 6, 0xFEEE, 0x00,
+                      {coolant, fuel, 0x20, 0x4E, 0xFF, 0xFF, 0xFF, 0xFF});
+}
+
+Bytes EflP1(uint8_t protocol, uint64_t t) {
+  const uint8_t pressure = static_cast<uint8_t>(EngineRpm(t) / 12.0);  // 4 kPa/bit
+  return J1939Message(protocol, 6, 0xFEEF, 0x00,
+                      {0xFF, 0xFF, 0xFA, pressure, 0xFF, 0xFF, 0xFF, 0xFF});
+}
+
+Bytes Vep1(uint8_t protocol, uint64_t) {
+  const unsigned volts = 28 * 20;  // 0.05 V/bit, 28.0 V
+  return J1939Message(protocol, 6, 0xFEF7, 0x00,
+                      {0xFF, 0xFF, 0xFF, 0xFF, Lo(volts), Hi(volts), Lo(volts), Hi(volts)});
+}
+
+// J1708 bodies: MID, then PID/value pairs.
+Bytes J1708Engine(uint8_t protocol, uint64_t t) {
+  if (protocol != kJ1708) return {};
+  const unsigned rpm = static_cast<unsigned>(EngineRpm(t) * 4.0);       // 0.25 rpm/bit
+  const uint8_t mph = static_cast<uint8_t>(RoadSpeedKmh(t) / 1.609 * 2.0);  // 0.5 mph/bit
+  return {128, 190, Lo(rpm), Hi(rpm), 84, mph};
+}
+
+Bytes J1708Coolant(uint8_t protocol, uint64_t t) {
+  if (protocol != kJ1708) return {};
+  const uint8_t fahrenheit = static_cast<uint8_t>(CoolantCelsius(t) * 9.0 / 5.0 + 32.0);
+  return {128, 110, fahrenheit};
+}
+
+}  // namespace
+
+const std::vector<VehicleSource>& VehicleSources() {
+  static const std::vector<VehicleSource> sources = {
+      {"EEC1", 100, kJ1939, Eec1},   {"EEC2", 100, kJ1939, Eec2},
+      {"CCVS", 100, kJ1939, Ccvs},   {"LFE", 100, kJ1939, Lfe},
+      {"EFL/P1", 500, kJ1939, EflP1}, {"ET1", 1000, kJ1939, Et1},
+      {"VEP1", 1000, kJ1939, Vep1},  {"J1708 engine", 100, kJ1708, J1708Engine},
+      {"J1708 coolant", 1000, kJ1708, J1708Coolant},
+  };
+  return sources;
+}
+
+}  // namespace qvsim
