@@ -30,7 +30,12 @@ namespace {
 uint8_t Lo(unsigned v) { return static_cast<uint8_t>(v & 0xFF); }
 uint8_t Hi(unsigned v) { return static_cast<uint8_t>((v >> 8) & 0xFF); }
 
+bool IsCanLink(uint8_t protocol) { return protocol == kCan || protocol == kJ2284; }
+
+// Broadcast J1939 parameters, heard on J1939 and as frames on CAN and J2284.
+// An ISO15765 channel carries diagnostic messages only.
 Bytes J1939Message(uint8_t protocol, uint8_t priority, uint32_t pgn, uint8_t sa, Bytes data) {
+  if (protocol == kIso15765) return {};
   CanFrame frame;
   frame.extended = true;
   frame.id = (static_cast<uint32_t>(priority) << 26) | (pgn << 8) | sa;
@@ -84,6 +89,28 @@ Bytes Vep1(uint8_t protocol, uint64_t) {
                       {0xFF, 0xFF, 0xFF, 0xFF, Lo(volts), Hi(volts), Lo(volts), Hi(volts)});
 }
 
+// Diagnostic responses, as if a scan tool on the bus were polling the
+// engine: vehicle speed from the 11-bit OBD responder 7E8, and the VIN from
+// the engine (source 00) to the tester (F1) over 29-bit addressing.
+Bytes ObdSpeed(uint8_t protocol, uint64_t t) {
+  const uint8_t kmh = static_cast<uint8_t>(RoadSpeedKmh(t));
+  if (protocol == kIso15765) return Iso15765Body({0x7E8, false, {0x41, 0x0D, kmh}});
+  // A plain CAN channel sees the single frame itself: length byte, padding.
+  if (IsCanLink(protocol)) {
+    return CanBody({0x7E8, false, {0x03, 0x41, 0x0D, kmh, 0xAA, 0xAA, 0xAA, 0xAA}});
+  }
+  return {};
+}
+
+Bytes UdsVin(uint8_t protocol, uint64_t) {
+  // Longer than one frame: the adapter reassembled it.
+  if (protocol != kIso15765) return {};
+  static const char kVin[] = "1QVSIM0TRUCK00042";
+  Bytes data = {0x62, 0xF1, 0x90};
+  data.insert(data.end(), kVin, kVin + sizeof kVin - 1);
+  return Iso15765Body({0x18DAF100, true, data});
+}
+
 // J1708 bodies: MID, then PID/value pairs.
 Bytes J1708Engine(uint8_t protocol, uint64_t t) {
   if (protocol != kJ1708) return {};
@@ -102,11 +129,17 @@ Bytes J1708Coolant(uint8_t protocol, uint64_t t) {
 
 const std::vector<VehicleSource>& VehicleSources() {
   static const std::vector<VehicleSource> sources = {
-      {"EEC1", 100, kJ1939, Eec1},   {"EEC2", 100, kJ1939, Eec2},
-      {"CCVS", 100, kJ1939, Ccvs},   {"LFE", 100, kJ1939, Lfe},
-      {"EFL/P1", 500, kJ1939, EflP1}, {"ET1", 1000, kJ1939, Et1},
-      {"VEP1", 1000, kJ1939, Vep1},  {"J1708 engine", 100, kJ1708, J1708Engine},
-      {"J1708 coolant", 1000, kJ1708, J1708Coolant},
+      {"EEC1", 100, Eec1},
+      {"EEC2", 100, Eec2},
+      {"CCVS", 100, Ccvs},
+      {"LFE", 100, Lfe},
+      {"EFL/P1", 500, EflP1},
+      {"ET1", 1000, Et1},
+      {"VEP1", 1000, Vep1},
+      {"OBD speed", 200, ObdSpeed},
+      {"UDS VIN", 1000, UdsVin},
+      {"J1708 engine", 100, J1708Engine},
+      {"J1708 coolant", 1000, J1708Coolant},
   };
   return sources;
 }

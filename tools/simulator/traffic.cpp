@@ -25,6 +25,14 @@ Bytes J1939Body(const CanFrame& frame) {
   return body;
 }
 
+Bytes Iso15765Body(const CanFrame& frame) {
+  Bytes body = {static_cast<uint8_t>(frame.extended ? 0x01 : 0x00),
+                static_cast<uint8_t>(frame.id >> 24), static_cast<uint8_t>(frame.id >> 16),
+                static_cast<uint8_t>(frame.id >> 8), static_cast<uint8_t>(frame.id), 0x00};
+  body.insert(body.end(), frame.data.begin(), frame.data.end());
+  return body;
+}
+
 Bytes BodyForChannel(uint8_t protocol, const CanFrame& frame) {
   switch (protocol) {
     case kCan:
@@ -32,6 +40,8 @@ Bytes BodyForChannel(uint8_t protocol, const CanFrame& frame) {
       return CanBody(frame);
     case kJ1939:
       return frame.extended ? J1939Body(frame) : Bytes{};
+    case kIso15765:
+      return Iso15765Body(frame);
     default:
       return {};
   }

@@ -9,12 +9,12 @@
 
 namespace qvsim {
 
-// Each source is sent every period_ms; Make gives the body for the
-// channel's protocol at the time t_ms since the channel opened.
+// Each source is sent every period_ms; make gives the body for the
+// channel's protocol at the time t_ms since the channel opened, or nothing
+// when the source is not heard on that data link.
 struct VehicleSource {
   const char* name;
   uint32_t period_ms;
-  uint8_t protocol_family;  // kJ1939 (also sent as CAN frames) or kJ1708
   Bytes (*make)(uint8_t protocol, uint64_t t_ms);
 };
 const std::vector<VehicleSource>& VehicleSources();

@@ -27,8 +27,13 @@ Bytes CanBody(const CanFrame& frame);
 // J1939 from a 29-bit identifier: B0 the identifier's top byte, B1-B3 PGN
 // least significant first, B4 priority, B5 source, B6 destination, B7.. data.
 Bytes J1939Body(const CanFrame& frame);
+// ISO15765, as the client gets it: B0 message type (0 11-bit, 1 29-bit),
+// B1-B4 identifier most significant first, B5 extended address (0), B6..
+// the message's data.
+Bytes Iso15765Body(const CanFrame& frame);
 // The body a CAN frame becomes on a channel of this protocol; empty when the
 // frame cannot travel there (an 11-bit frame on J1939, anything on J1708).
+// On ISO15765 each frame is one message with its data as it stands.
 Bytes BodyForChannel(uint8_t protocol, const CanFrame& frame);
 // The received-message body that a transmitted 0x93 body (bytes 3 on)
 // becomes when the adapter loops it back; empty when it is malformed.
