@@ -125,12 +125,21 @@ Bytes J1708Coolant(uint8_t protocol, uint64_t t) {
   return {128, 110, fahrenheit};
 }
 
+// The transmission (MID 130): output shaft speed, 0.25 rpm/bit, about 30
+// rpm per km/h in top gear.
+Bytes J1708Transmission(uint8_t protocol, uint64_t t) {
+  if (protocol != kJ1708) return {};
+  const unsigned shaft = static_cast<unsigned>(RoadSpeedKmh(t) * 30.0 * 4.0);
+  return {130, 191, Lo(shaft), Hi(shaft)};
+}
+
 }  // namespace
 
 const std::vector<VehicleSource>& VehicleSources() {
+  // Periods as the engine and vehicle controllers broadcast them.
   static const std::vector<VehicleSource> sources = {
-      {"EEC1", 100, Eec1},
-      {"EEC2", 100, Eec2},
+      {"EEC1", 20, Eec1},
+      {"EEC2", 50, Eec2},
       {"CCVS", 100, Ccvs},
       {"LFE", 100, Lfe},
       {"EFL/P1", 500, EflP1},
@@ -140,6 +149,7 @@ const std::vector<VehicleSource>& VehicleSources() {
       {"UDS VIN", 1000, UdsVin},
       {"J1708 engine", 100, J1708Engine},
       {"J1708 coolant", 1000, J1708Coolant},
+      {"J1708 transmission", 100, J1708Transmission},
   };
   return sources;
 }
