@@ -26,6 +26,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr uint16_t kBatteryCommand = 2002;
+constexpr uint16_t kSetJ1708ModeCommand = 15;
 // How long a write may wait for room in the pseudo-terminal before the
 // bytes are dropped, as a bus adapter drops what the host does not take.
 constexpr int kWriteRoomMs = 500;
@@ -69,6 +70,9 @@ struct Simulator::Impl {
   uint8_t channel_protocol = 0;
   bool channel_open = false;
   Clock::time_point channel_opened;
+  // Set_J1708_Mode of the client: in mode 1 (a fresh client's) the library
+  // ends every J1708 message it sends with a checksum byte.
+  bool j1708_checksum = true;
 
   Traffic traffic = Traffic::kNone;
   std::vector<Clock::time_point> next_due;  // per VehicleSource
@@ -421,6 +425,7 @@ void Simulator::Impl::HandleRequest(const Bytes& request) {
         channel_protocol = byte(1);
         channel_open = rate != 0;
         channel_opened = Clock::now();
+        j1708_checksum = true;
         next_due.clear();
         if (!replay.frames.empty()) {
           replay.next = 0;
@@ -432,8 +437,8 @@ void Simulator::Impl::HandleRequest(const Bytes& request) {
       case 0x93:
         reply = {0x93, byte(1), 0x01};
         if (config.loopback && channel_open && request.size() > 3) {
-          const Bytes body =
-              LoopbackBody(channel_protocol, Bytes(request.begin() + 3, request.end()));
+          const Bytes sent(request.begin() + 3, request.end());
+          const Bytes body = LoopbackBody(channel_protocol, sent, j1708_checksum);
           if (!body.empty()) {
             loopback = {0x97, channel_protocol, 0x01};
             loopback.insert(loopback.end(), body.begin(), body.end());
@@ -442,6 +447,7 @@ void Simulator::Impl::HandleRequest(const Bytes& request) {
         break;
       case 0x95:
         reply = {0x95, byte(1), byte(2)};
+        if ((byte(3) << 8 | byte(4)) == kSetJ1708ModeCommand) j1708_checksum = (byte(5) & 1) != 0;
         if ((byte(3) << 8 | byte(4)) == kBatteryCommand) {
           reply.push_back(static_cast<uint8_t>(config.battery_mv >> 8));
           reply.push_back(static_cast<uint8_t>(config.battery_mv));

@@ -47,7 +47,7 @@ Bytes BodyForChannel(uint8_t protocol, const CanFrame& frame) {
   }
 }
 
-Bytes LoopbackBody(uint8_t protocol, const Bytes& sent) {
+Bytes LoopbackBody(uint8_t protocol, const Bytes& sent, bool j1708_checksum) {
   switch (protocol) {
     case kCan:
     case kJ2284: {
@@ -68,14 +68,12 @@ Bytes LoopbackBody(uint8_t protocol, const Bytes& sent) {
     case kIso15765:
       return sent;
     case kJ1708: {
-      // Sent: 00 00 priority MID data [checksum]. The bus carries MID and
-      // data; a trailing byte that makes the sum zero is the checksum.
-      if (sent.size() < 4) return {};
-      Bytes body(sent.begin() + 3, sent.end());
-      uint8_t sum = 0;
-      for (uint8_t b : body) sum = static_cast<uint8_t>(sum + b);
-      if (body.size() > 1 && sum == 0) body.pop_back();
-      return body;
+      // Sent: 00 00 priority MID data, and in mode 1 the checksum the
+      // library appended. Received messages hold MID and data only, like
+      // the vehicle's own J1708 traffic.
+      const size_t trailer = j1708_checksum ? 1 : 0;
+      if (sent.size() < 4 + trailer) return {};
+      return Bytes(sent.begin() + 3, sent.end() - static_cast<long>(trailer));
     }
     default:
       return {};

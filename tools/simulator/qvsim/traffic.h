@@ -37,7 +37,9 @@ Bytes Iso15765Body(const CanFrame& frame);
 Bytes BodyForChannel(uint8_t protocol, const CanFrame& frame);
 // The received-message body that a transmitted 0x93 body (bytes 3 on)
 // becomes when the adapter loops it back; empty when it is malformed.
-Bytes LoopbackBody(uint8_t protocol, const Bytes& sent_body);
+// j1708_checksum: whether the library ends J1708 bodies with a checksum
+// byte (Set_J1708_Mode 1, a fresh client's mode) or not (mode 0).
+Bytes LoopbackBody(uint8_t protocol, const Bytes& sent_body, bool j1708_checksum);
 
 // "(1700000000.123456) can0 18FEF100#FFFF..." -> frame and time in
 // microseconds. False for comments, remote and CAN FD frames and bad lines.
