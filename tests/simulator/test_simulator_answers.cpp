@@ -64,6 +64,26 @@ TEST(SimulatorAnswers, EveryRequestInEveryFormat) {
   }
 }
 
+// Every bring-up (wake-up byte, then handshakes) needs K attempts, not
+// only the first one; the disconnect's handshake does not count towards it.
+TEST(SimulatorAnswers, HandshakeFromAppliesToEachBringUp) {
+  qvsim::Config config;
+  config.answer_handshake_from = 3;
+  qvsim::Simulator sim(config);
+  ASSERT_TRUE(sim.Start());
+  PtyClient line(sim.SlavePath(), 1);
+  const Bytes handshake = {0x96, 0x00, 0x01};
+  for (int bring_up = 1; bring_up <= 2; ++bring_up) {
+    SCOPED_TRACE("bring-up " + std::to_string(bring_up));
+    ASSERT_TRUE(line.Send({0x6F}));
+    EXPECT_TRUE(line.Ask(handshake, 200).empty());
+    EXPECT_TRUE(line.Ask(handshake, 200).empty());
+    EXPECT_EQ(line.Ask(handshake), handshake);
+    EXPECT_EQ(line.Ask(handshake), handshake);  // at disconnect
+  }
+  EXPECT_EQ(sim.HandshakesSeen(), 8);
+}
+
 TEST(SimulatorAnswers, BrokenFramesOnTheWire) {
   const Bytes handshake = {0x96, 0x00, 0x01};
   for (int format : {0, 1, 2}) {

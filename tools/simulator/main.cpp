@@ -37,7 +37,7 @@ void Usage(std::FILE* out) {
       "  --refuse-rate K     answer a channel-open at rate K with 0 (repeatable)\n"
       "misbehaviour:\n"
       "  --silent            answer nothing\n"
-      "  --handshake-from K  ignore handshakes before the K-th\n"
+      "  --handshake-from K  ignore handshakes before the K-th of each bring-up\n"
       "  --no-info           never answer the information request\n"
       "  --error-code 0xNN   answer requests with this code by an error reply (repeatable)\n"
       "  --delay MS          answer MS milliseconds late\n"

@@ -66,7 +66,8 @@ struct Simulator::Impl {
   Config config;
   std::vector<Bytes> received;
   std::vector<bool> consumed;
-  int handshakes = 0;
+  int handshakes = 0;            // since Start
+  int bring_up_handshakes = 0;   // since the last 0x6F wake-up
   uint8_t channel_protocol = 0;
   bool channel_open = false;
   Clock::time_point channel_opened;
@@ -165,6 +166,7 @@ bool Simulator::Start() {
   {
     std::lock_guard<std::mutex> lock(impl_->mu);
     impl_->handshakes = 0;
+    impl_->bring_up_handshakes = 0;
     impl_->channel_open = false;
     impl_->decoder.Clear();
   }
@@ -381,7 +383,13 @@ void Simulator::Impl::HandleRequest(const Bytes& request) {
   consumed.push_back(false);
   received_cv.notify_all();
   const uint8_t code = request[0];
-  if (code == 0x96) ++handshakes;
+  if (code == 0x96) {
+    ++handshakes;
+    ++bring_up_handshakes;
+  }
+  // Every bring-up starts with the wake-up byte; the handshakes that follow
+  // are counted afresh, so each session meets the same adapter.
+  if (code == 0x6F) bring_up_handshakes = 0;
   if (config.silent || code == 0x6F) return;
 
   auto byte = [&](size_t i) -> uint8_t { return i < request.size() ? request[i] : 0; };
@@ -396,7 +404,7 @@ void Simulator::Impl::HandleRequest(const Bytes& request) {
         // A handshake resynchronises the adapter: the channel is closed
         // until the next channel-open.
         channel_open = false;
-        if (handshakes < config.answer_handshake_from) return;
+        if (bring_up_handshakes < config.answer_handshake_from) return;
         reply = {0x96, 0x00, 0x01};
         break;
       case 0x90:

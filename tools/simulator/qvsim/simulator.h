@@ -23,7 +23,7 @@ struct Config {
 
   // Misbehaviour.
   bool silent = false;                 // answer nothing at all
-  int answer_handshake_from = 1;       // ignore handshakes before the k-th (counted since Start)
+  int answer_handshake_from = 1;       // ignore handshakes before the k-th since the 0x6F wake-up
   bool answer_information = true;      // answer the 0x90 0x00 0x01 0x00 information request
   std::vector<uint8_t> error_codes;    // answer requests with these codes by FF 00 code
   std::vector<uint8_t> unanswered_codes;  // never answer requests with these codes
@@ -73,7 +73,7 @@ class Simulator {
   // Waits for the next not yet consumed received payload whose byte 0 is
   // `code` (0 = any); true and *payload set when one came in time.
   bool WaitForRequest(uint8_t code, int timeout_ms, Bytes* payload = nullptr);
-  int HandshakesSeen() const;
+  int HandshakesSeen() const;  // since Start
   uint8_t ChannelProtocol() const;  // ProtocolId of the last channel-open, 0 before
 
  private:
