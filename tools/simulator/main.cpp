@@ -168,18 +168,26 @@ int main(int argc, char** argv) {
     return 1;
   }
   sim.SetTraffic(traffic);
-  static const char* const kTags[] = {"#QV--VCI+#", "#QV--VCI#", "#QV--VCI++#"};
-  std::printf("slave:   %s\n", sim.SlavePath().c_str());
+  std::printf("slave:    %s\n", sim.SlavePath().c_str());
   if (!root.empty()) {
-    if (!sim.PrepareRoot(root, static_cast<int>(com))) {
+    qvsim::PreparedRoot prepared;
+    if (!sim.PrepareRoot(root, static_cast<int>(com), &prepared)) {
       std::fprintf(stderr, "qvsim: cannot prepare %s\n", root.c_str());
       return 1;
     }
-    std::printf("root:    %s (QVRP32_ROOT)\n", root.c_str());
+    std::printf("root:     %s (QVRP32_ROOT)\n", root.c_str());
+    std::printf("port:     %s -> %s\n", prepared.port_link.c_str(), prepared.port_target.c_str());
+    std::printf("registry: %s (COM%ld, DeviceTag %s)\n", prepared.registry.c_str(), com,
+                prepared.device_tag.c_str());
+    for (const auto& ini : prepared.ini_files) {
+      std::printf("ini:      %s %s\n", ini.path.c_str(),
+                  ini.written ? "written" : "kept (it was there already)");
+    }
+  } else {
+    std::printf("port:     COM%ld (no --root: nothing prepared)\n", com);
   }
-  std::printf("port:    COM%ld\n", com);
-  std::printf("variant: FrameFormat %d, %s, firmware %s, serial %s\n", config.frame_format,
-              kTags[config.frame_format], config.firmware.c_str(), config.serial.c_str());
+  std::printf("variant:  FrameFormat %d, %s, firmware %s, serial %s\n", config.frame_format,
+              qvsim::DeviceTag(config.frame_format), config.firmware.c_str(), config.serial.c_str());
   std::printf("running until interrupted; type help for commands\n");
   std::fflush(stdout);
 

@@ -33,6 +33,23 @@ struct Config {
   bool split_bytes = false;            // write frames one byte per write
 };
 
+// What PrepareRoot made of a QVRP32_ROOT, for the user to see.
+struct PreparedRoot {
+  std::string port_link;    // DIR/dosdevices/comN
+  std::string port_target;  // the pseudo-terminal it points to
+  std::string registry;     // DIR/registry.reg
+  std::string device_tag;   // the variant's marker in the arbiter entry
+  struct IniFile {
+    std::string path;
+    bool written;  // false: it was there already and is kept as it is
+  };
+  std::vector<IniFile> ini_files;
+};
+
+// The DeviceTag in the adapter's device path that selects FrameFormat 0,
+// 1 or 2: "#QV--VCI+#", "#QV--VCI#", "#QV--VCI++#".
+const char* DeviceTag(int frame_format);
+
 // The synthetic vehicle and other traffic sources.
 enum class Traffic { kNone, kSyntheticVehicle, kFlood };
 
@@ -50,8 +67,10 @@ class Simulator {
 
   // Prepares a QVRP32_ROOT: dosdevices/com<N> linked to the slave,
   // registry.reg with the SERIALCOMM value and the arbiter entry whose
-  // DeviceTag selects the variant, and both INI files when absent.
-  bool PrepareRoot(const std::string& root_dir, int com_number = 7);
+  // DeviceTag selects the variant, and both INI files when absent. The
+  // port link comes last, so whoever waits for it finds the rest in place.
+  bool PrepareRoot(const std::string& root_dir, int com_number = 7,
+                   PreparedRoot* prepared = nullptr);
 
   // Changes the configuration while running (thread-safe).
   void Configure(const Config& config);
