@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
@@ -27,9 +28,12 @@ using Clock = std::chrono::steady_clock;
 
 constexpr uint16_t kBatteryCommand = 2002;
 constexpr uint16_t kSetJ1708ModeCommand = 15;
-// How long a write may wait for room in the pseudo-terminal before the
-// bytes are dropped, as a bus adapter drops what the host does not take.
+// How long a frame may wait for room in the pseudo-terminal before it is
+// dropped, as a bus adapter drops what the host does not take.
 constexpr int kWriteRoomMs = 500;
+// Between the bytes of a frame written one at a time, so that the reader
+// sees each on its own.
+constexpr auto kSplitBytePause = std::chrono::microseconds(200);
 
 bool Contains(const std::vector<uint8_t>& list, uint8_t value) {
   return std::find(list.begin(), list.end(), value) != list.end();
@@ -98,6 +102,9 @@ struct Simulator::Impl {
   std::string slave_path;
   int wake[2] = {-1, -1};
   bool stopping = false;
+  // Set by Stop and HangUp before they wait for io_mu, so that a write
+  // blocked on a host that reads nothing lets go.
+  std::atomic<bool> abandon_writes{false};
   std::thread thread;
   qv::link::FrameDecoder decoder;
 
@@ -106,7 +113,7 @@ struct Simulator::Impl {
   void Answer(const Bytes& payload);  // now, or later when configured to be late
   void ScheduleTraffic(Clock::time_point now, int* timeout_ms);
   void WritePayload(const Bytes& payload);
-  bool WriteAll(const uint8_t* data, size_t size);
+  bool WriteAll(const uint8_t* data, size_t size, bool one_byte_each = false);
   void Wake() {
     if (wake[1] >= 0) {
       const uint8_t b = 1;
@@ -162,6 +169,7 @@ bool Simulator::Start() {
     impl_->slave = slave;
     impl_->slave_path = name;
     impl_->stopping = false;
+    impl_->abandon_writes = false;
   }
   {
     std::lock_guard<std::mutex> lock(impl_->mu);
@@ -176,6 +184,7 @@ bool Simulator::Start() {
 
 void Simulator::Stop() {
   if (!impl_->thread.joinable()) return;
+  impl_->abandon_writes = true;
   {
     std::lock_guard<std::mutex> io(impl_->io_mu);
     impl_->stopping = true;
@@ -263,6 +272,7 @@ void Simulator::SendUnsolicited(uint8_t code) {
 }
 
 void Simulator::HangUp() {
+  impl_->abandon_writes = true;
   {
     std::lock_guard<std::mutex> io(impl_->io_mu);
     if (impl_->master >= 0) close(impl_->master);
@@ -572,30 +582,28 @@ void Simulator::Impl::WritePayload(const Bytes& payload) {
     frame.insert(frame.begin(), junk.begin(), junk.end());
   }
   std::lock_guard<std::mutex> io(io_mu);
-  if (!c.split_bytes) {
-    WriteAll(frame.data(), frame.size());
-    return;
-  }
-  for (uint8_t b : frame) {
-    if (!WriteAll(&b, 1)) return;
-    // Give the reader a chance to see each byte on its own.
-    std::this_thread::sleep_for(std::chrono::microseconds(200));
-  }
+  WriteAll(frame.data(), frame.size(), c.split_bytes);
 }
 
-// Caller holds io_mu.
-bool Simulator::Impl::WriteAll(const uint8_t* data, size_t size) {
+// Caller holds io_mu. The bytes go out whole or not at all: when the host
+// leaves no room for the first one within kWriteRoomMs they are dropped;
+// once begun they are finished, as a cut frame would spoil the next one
+// too. Only Stop and HangUp cut them short, and then the line goes away.
+bool Simulator::Impl::WriteAll(const uint8_t* data, size_t size, bool one_byte_each) {
   const Clock::time_point give_up = Clock::now() + std::chrono::milliseconds(kWriteRoomMs);
+  bool begun = false;
   while (size > 0) {
-    if (master < 0) return false;
-    const ssize_t done = write(master, data, size);
+    if (master < 0 || abandon_writes) return false;
+    const ssize_t done = write(master, data, one_byte_each ? 1 : size);
     if (done > 0) {
+      begun = true;
       data += done;
       size -= static_cast<size_t>(done);
+      if (one_byte_each && size > 0) std::this_thread::sleep_for(kSplitBytePause);
       continue;
     }
     if (done < 0 && errno != EAGAIN && errno != EINTR) return false;
-    if (Clock::now() >= give_up) return false;
+    if (!begun && Clock::now() >= give_up) return false;
     pollfd p = {master, POLLOUT, 0};
     poll(&p, 1, 10);
   }
