@@ -61,6 +61,11 @@ TEST(SimulatorAnswers, EveryRequestInEveryFormat) {
     for (size_t i = 0; i < std::size(rows); ++i) EXPECT_EQ(got[i], rows[i].request);
     EXPECT_EQ(got.back(), Bytes{0x6F});
     EXPECT_EQ(sim.ChannelProtocol(), 2);  // the refused J1939 open came last
+
+    // The automatic rate is refused when it is on the refused list.
+    config.auto_rate = 300;
+    sim.Configure(config);
+    EXPECT_EQ(line.Ask(ChannelOpen(1, 0, 1)), (Bytes{0x91, 1, 1, 0x00, 0x00}));
   }
 }
 

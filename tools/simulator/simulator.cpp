@@ -434,12 +434,10 @@ void Simulator::Impl::HandleRequest(const Bytes& request) {
         break;
       case 0x91: {
         const uint16_t requested = static_cast<uint16_t>(byte(5) << 8 | byte(6));
-        uint16_t rate = requested;
-        if (Contains(config.refused_rates, requested)) {
-          rate = 0;
-        } else if (byte(3) == 1 && requested == 0) {
-          rate = config.auto_rate;
-        }
+        // Baud=Auto (RateMode 1, rate 0) lands on the automatic rate, which
+        // is refused like any other rate on the list.
+        uint16_t rate = byte(3) == 1 && requested == 0 ? config.auto_rate : requested;
+        if (Contains(config.refused_rates, rate)) rate = 0;
         channel_protocol = byte(1);
         channel_open = rate != 0;
         channel_opened = Clock::now();

@@ -16,7 +16,7 @@ struct Config {
   std::string firmware = "4.25";       // 4 characters, information reply bytes 5-8
   std::string serial = "QV00012345";   // 10 bytes, information reply bytes 9-18
   uint16_t auto_rate = 500;            // rate reported for RateMode 1 with rate 0
-  std::vector<uint16_t> refused_rates; // channel-open rates answered with rate 0
+  std::vector<uint16_t> refused_rates; // channel-open rates (also automatic) answered with rate 0
   uint16_t battery_mv = 12590;         // Get_BatteryVoltage reply bytes 3-4
   uint8_t status[5] = {0x01, 0x00, 0x02, 0x05, 0x06};  // hardware status reply bytes 4-8
   bool loopback = false;               // echo 0x93 bodies back as 0x97 traffic
