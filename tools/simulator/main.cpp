@@ -27,8 +27,8 @@ void Usage(std::FILE* out) {
       "  --format N          framing variant 0, 1 (default) or 2\n"
       "  --root DIR          prepare DIR as QVRP32_ROOT (port link, registry.reg, INI files)\n"
       "  --com N             COM port number (default 7)\n"
-      "  --firmware TEXT     firmware text in the information answer (default 4.25)\n"
-      "  --serial TEXT       serial number, 10 characters (default QV00012345)\n"
+      "  --firmware TEXT     firmware text, up to 4 characters (default 4.25)\n"
+      "  --serial TEXT       serial number, up to 10 characters (default QV00012345)\n"
       "  --traffic KIND      none (default), vehicle or flood\n"
       "  --replay FILE       replay a candump -L log, looping\n"
       "  --loopback          send transmitted messages back as received traffic\n"
@@ -102,10 +102,20 @@ int main(int argc, char** argv) {
     } else if (opt == "--com") {
       if (!number(1, 255, &com)) return 2;
     } else if (opt == "--firmware") {
+      // The information answer has room for exactly this many characters;
+      // a longer text would be cut without a word.
       if (!value(&text)) return 2;
+      if (std::strlen(text) > 4) {
+        std::fprintf(stderr, "qvsim: --firmware takes at most 4 characters: %s\n", text);
+        return 2;
+      }
       config.firmware = text;
     } else if (opt == "--serial") {
       if (!value(&text)) return 2;
+      if (std::strlen(text) > 10) {
+        std::fprintf(stderr, "qvsim: --serial takes at most 10 characters: %s\n", text);
+        return 2;
+      }
       config.serial = text;
     } else if (opt == "--traffic") {
       if (!value(&text)) return 2;
