@@ -17,8 +17,9 @@ Bytes Info(const std::string& firmware, const std::string& serial) {
 
 Bytes Framed(const Bytes& payload, int format) {
   Bytes frame(qv::link::kFrameBufferSize);
-  frame.resize(qv::link::EncodeAdapterFrame(frame.data(), static_cast<uint32_t>(frame.size()), payload.data(),
-                                            static_cast<int32_t>(payload.size()), static_cast<uint8_t>(format)));
+  frame.resize(qv::link::EncodeAdapterFrame(frame.data(), static_cast<uint32_t>(frame.size()),
+                                            payload.data(), static_cast<int32_t>(payload.size()),
+                                            static_cast<uint8_t>(format)));
   return frame;
 }
 
