@@ -2,6 +2,8 @@
 // side of the line through the driver's own frame codec.
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "pty_client.h"
 
 namespace {
@@ -86,13 +88,12 @@ TEST(SimulatorAnswers, HandshakeFromAppliesToEachBringUp) {
   ASSERT_TRUE(sim.Start());
   PtyClient line(sim.SlavePath(), 1);
   const Bytes handshake = {0x96, 0x00, 0x01};
-  for (int bring_up = 1; bring_up <= 2; ++bring_up) {
-    SCOPED_TRACE("bring-up " + std::to_string(bring_up));
-    ASSERT_TRUE(line.Send({0x6F}));
-    EXPECT_TRUE(line.Ask(handshake, 200).empty());
-    EXPECT_TRUE(line.Ask(handshake, 200).empty());
-    EXPECT_EQ(line.Ask(handshake), handshake);
-    EXPECT_EQ(line.Ask(handshake), handshake);  // at disconnect
+  for (int bring_up : {1, 2}) {
+    ASSERT_TRUE(line.Send({0x6F})) << bring_up;
+    EXPECT_TRUE(line.Ask(handshake, 200).empty()) << bring_up;
+    EXPECT_TRUE(line.Ask(handshake, 200).empty()) << bring_up;
+    EXPECT_EQ(line.Ask(handshake), handshake) << bring_up;
+    EXPECT_EQ(line.Ask(handshake), handshake) << bring_up;  // at disconnect
   }
   EXPECT_EQ(sim.HandshakesSeen(), 8);
 }
@@ -149,6 +150,24 @@ TEST(SimulatorAnswers, BrokenFramesOnTheWire) {
       }
     }
   }
+}
+
+// A host that stops reading fills the pseudo-terminal; frames that do not
+// fit are dropped whole, so what is read afterwards decodes to the last byte.
+TEST(SimulatorAnswers, FullLineDropsWholeFramesOnly) {
+  qvsim::Simulator sim;
+  ASSERT_TRUE(sim.Start());
+  PtyClient line(sim.SlavePath(), 1);
+  ASSERT_EQ(line.Ask(ChannelOpen(2, 250)), (Bytes{0x91, 2, 1, 0x00, 0xFA}));
+  sim.SetTraffic(qvsim::Traffic::kFlood);
+  std::this_thread::sleep_for(std::chrono::milliseconds(1200));
+  sim.SetTraffic(qvsim::Traffic::kNone);
+  const Bytes raw = line.ReadRaw(3000, 600);
+  const std::vector<Bytes> payloads = line.Decode(raw);
+  size_t framed = 0;
+  for (const Bytes& payload : payloads) framed += Framed(payload, 1).size();
+  EXPECT_GT(payloads.size(), 100u);
+  EXPECT_EQ(framed, raw.size());
 }
 
 }  // namespace

