@@ -8,11 +8,31 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 PACKAGES=(cmake ninja-build g++ make pkg-config libgtest-dev libgmock-dev)
-if [ "$(id -u)" = 0 ] && command -v apt-get >/dev/null && [ -z "${QVRP32_NO_INSTALL:-}" ]; then
-  echo "== installing ${PACKAGES[*]}"
-  export DEBIAN_FRONTEND=noninteractive
-  apt-get update -qq
-  apt-get install -y -qq --no-install-recommends "${PACKAGES[@]}" >/dev/null
+# Installs what is missing: as root directly, otherwise through sudo; with
+# neither, names the packages and stops rather than fail later in the build.
+install_missing() {
+  local missing=() package
+  for package in "${PACKAGES[@]}"; do
+    dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || missing+=("$package")
+  done
+  [ ${#missing[@]} -gt 0 ] || return 0
+  local as_root=()
+  if [ "$(id -u)" != 0 ]; then
+    if ! command -v sudo >/dev/null; then
+      echo "demo.sh: these packages are needed and missing: ${missing[*]}" >&2
+      echo "  install them as root:  apt-get install ${missing[*]}" >&2
+      echo "  (or set QVRP32_NO_INSTALL=1 if the tools are installed some other way)" >&2
+      exit 1
+    fi
+    as_root=(sudo)
+  fi
+  echo "== installing ${missing[*]}"
+  ${as_root[@]+"${as_root[@]}"} env DEBIAN_FRONTEND=noninteractive apt-get update -qq
+  ${as_root[@]+"${as_root[@]}"} env DEBIAN_FRONTEND=noninteractive \
+    apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+if [ -z "${QVRP32_NO_INSTALL:-}" ] && command -v apt-get >/dev/null && command -v dpkg-query >/dev/null; then
+  install_missing
 fi
 
 echo "== building (cmake --preset linux)"
@@ -36,11 +56,13 @@ cp dist/COMConfig.ini "$root/ProgramData/QV/Corvane/COMConfig.ini"
 echo "== starting the simulated adapter: qvsim --root $root --traffic vehicle --loopback"
 "$build/tools/simulator/qvsim" --root "$root" --traffic vehicle --loopback >"$root/qvsim.out" 2>&1 &
 sim_pid=$!
+# Its last line of setup says it is running; everything above it is ready.
 for _ in $(seq 200); do
-  [ -e "$root/dosdevices/com7" ] && [ -f "$root/registry.reg" ] && break
+  grep -q '^running' "$root/qvsim.out" && break
   kill -0 "$sim_pid" 2>/dev/null || { cat "$root/qvsim.out"; exit 1; }
   sleep 0.05
 done
+grep -q '^running' "$root/qvsim.out" || { echo "qvsim did not start:"; cat "$root/qvsim.out"; exit 1; }
 sed 's/^/   /' "$root/qvsim.out"
 
 seconds=${DEMO_SECONDS:-4}

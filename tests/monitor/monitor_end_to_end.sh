@@ -23,10 +23,12 @@ cp "$here/dist/COMConfig.ini" "$root/ProgramData/QV/Corvane/COMConfig.ini"
 
 "$qvsim" --root "$root" --traffic vehicle --loopback >"$root/qvsim.out" 2>&1 &
 sim_pid=$!
+# qvsim says it is running once the root is fully prepared.
 for _ in $(seq 200); do
-  [ -e "$root/dosdevices/com7" ] && [ -f "$root/registry.reg" ] && break
+  grep -q '^running' "$root/qvsim.out" && break
   sleep 0.05
 done
+grep -q '^running' "$root/qvsim.out" || { cat "$root/qvsim.out"; echo "FAIL: qvsim did not start"; exit 1; }
 
 status=0
 QVRP32_ROOT=$root "$monitor" --library "$library" --info --echo --send 18FEF1F9#0102 --time 2 \

@@ -169,6 +169,8 @@ TEST(J1939Identifier, HeaderAndCanIdConvertBothWays) {
 TEST(J1939Names, CommonPgnsAreNamed) {
   EXPECT_STREQ(J1939PgnName(0xF004), "EEC1");
   EXPECT_STREQ(J1939PgnName(0xEB00), "TP.DT");
+  EXPECT_STREQ(J1939PgnName(0xDF00), "DM13");  // PDU1: the destination is not part of it
+  EXPECT_EQ(J1939PgnName(0xFED9), nullptr);
   EXPECT_EQ(J1939PgnName(0xEA17), nullptr);  // not normalised: not a PGN
   EXPECT_EQ(J1939PgnName(0x1F004), nullptr);
 }

@@ -170,23 +170,40 @@ TEST(Session, LibraryErrorsUseItsTextsAndStillDisconnect) {
 }
 
 TEST(Session, SentMessageEchoAndTrafficAreShownAndLogged) {
-  g = Script();
-  const Bytes sent = {0xF1, 0xFE, 0x00, 0x06, 0xF9, 0xFF, 0x01, 0x02};
-  Bytes echo = {0x01};
-  echo.insert(echo.end(), sent.begin(), sent.end());
-  g.reads = {Stamped(echo), Stamped({0x04, 0xF0, 0x00, 0x03, 0x00, 0xFF, 0xF0, 0x7D})};
   const std::string log_path = ::testing::TempDir() + "monitor_session.log";
-  const RunResult run = RunWith({"--echo", "--send", "18FEF1F9#0102", "--log", log_path.c_str()});
-  EXPECT_EQ(run.status, 0) << run.err;
-  EXPECT_EQ(g.sent, std::vector<Bytes>{sent});
-  EXPECT_NE(run.out.find("sent F1 FE 00 06 F9 FF 01 02\n"), std::string::npos) << run.out;
-  EXPECT_NE(run.out.find("    12.345 TX J1939    P6 PGN 0FEF1 CCVS     SA F9 DA FF [2] 01 02\n"), std::string::npos)
-      << run.out;
-  EXPECT_NE(run.out.find("    12.345 RX J1939    P3 PGN 0F004 EEC1     SA 00 DA FF [2] F0 7D\n"), std::string::npos)
-      << run.out;
-  EXPECT_NE(run.out.find("1 messages received, 1 echoed, 1 sent\ndisconnected\n"), std::string::npos) << run.out;
+  struct Case {
+    std::vector<const char*> args;
+    Bytes sent, echo, traffic;  // echo and traffic as read, after the time stamp
+    const char* lines;          // from the send on
+  } cases[] = {
+      {{"--echo", "--send", "18FEF1F9#0102", "--log", log_path.c_str()},
+       {0xF1, 0xFE, 0x00, 0x06, 0xF9, 0xFF, 0x01, 0x02},
+       {0x01, 0xF1, 0xFE, 0x00, 0x06, 0xF9, 0xFF, 0x01, 0x02},
+       {0x04, 0xF0, 0x00, 0x03, 0x00, 0xFF, 0xF0, 0x7D},
+       "sent F1 FE 00 06 F9 FF 01 02\n"
+       "    12.345 TX J1939    P6 PGN 0FEF1 CCVS     SA F9 DA FF [2] 01 02\n"
+       "    12.345 RX J1939    P3 PGN 0F004 EEC1     SA 00 DA FF [2] F0 7D\n"},
+      // The library echoes whatever an ISO15765 client sends: no --echo needed.
+      {{"--protocol", "ISO15765", "--send", "01 18 DA 00 F1 00 22 F1 90"},
+       {0x01, 0x18, 0xDA, 0x00, 0xF1, 0x00, 0x22, 0xF1, 0x90},
+       {0x01, 0x01, 0x18, 0xDA, 0x00, 0xF1, 0x00, 0x00, 0x22, 0xF1, 0x90},
+       {0x01, 0x18, 0xDA, 0xF1, 0x00, 0x00, 0x62, 0xF1, 0x90},
+       "sent 01 18 DA 00 F1 00 22 F1 90\n"
+       "    12.345 TX ISO15765 ext    18DA00F1 [3] 22 F1 90\n"
+       "    12.345 RX ISO15765 ext    18DAF100 [3] 62 F1 90\n"},
+  };
+  for (const Case& c : cases) {
+    g = Script();
+    g.reads = {Stamped(c.echo), Stamped(c.traffic)};
+    const RunResult run = RunWith(c.args);
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(g.sent, std::vector<Bytes>{c.sent});
+    EXPECT_NE(run.out.find(std::string(c.lines) + "1 messages received, 1 echoed, 1 sent\ndisconnected\n"),
+              std::string::npos)
+        << run.out;
+  }
 
-  std::ifstream log(log_path);
+  std::ifstream log(log_path);  // the J1939 case's
   std::string first, second, third;
   std::getline(log, first);
   std::getline(log, second);

@@ -48,7 +48,7 @@ class PtyClient {
 
   // Raw bytes that arrive within timeout_ms (all of them, until quiet for
   // quiet_ms once something came).
-  Bytes ReadRaw(int timeout_ms, int quiet_ms = 100, std::vector<size_t>* read_sizes = nullptr) {
+  Bytes ReadRaw(int timeout_ms, int quiet_ms = 100) {
     Bytes out;
     const auto deadline = Clock::now() + std::chrono::milliseconds(timeout_ms);
     while (Clock::now() < deadline) {
@@ -68,7 +68,6 @@ class PtyClient {
         hung_up_ = n == 0 || errno == EIO;
         break;
       }
-      if (read_sizes) read_sizes->push_back(static_cast<size_t>(n));
       out.insert(out.end(), buffer, buffer + n);
     }
     return out;

@@ -2,6 +2,8 @@
 // side of the line through the driver's own frame codec.
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "pty_client.h"
 
 namespace {
@@ -13,6 +15,14 @@ Bytes Info(const std::string& firmware, const std::string& serial) {
   r.insert(r.end(), firmware.begin(), firmware.end());
   r.insert(r.end(), serial.begin(), serial.end());
   return r;
+}
+
+Bytes Framed(const Bytes& payload, int format) {
+  Bytes frame(qv::link::kFrameBufferSize);
+  frame.resize(qv::link::EncodeAdapterFrame(frame.data(), static_cast<uint32_t>(frame.size()),
+                                            payload.data(), static_cast<int32_t>(payload.size()),
+                                            static_cast<uint8_t>(format)));
+  return frame;
 }
 
 TEST(SimulatorAnswers, EveryRequestInEveryFormat) {
@@ -61,7 +71,31 @@ TEST(SimulatorAnswers, EveryRequestInEveryFormat) {
     for (size_t i = 0; i < std::size(rows); ++i) EXPECT_EQ(got[i], rows[i].request);
     EXPECT_EQ(got.back(), Bytes{0x6F});
     EXPECT_EQ(sim.ChannelProtocol(), 2);  // the refused J1939 open came last
+
+    // The automatic rate is refused when it is on the refused list.
+    config.auto_rate = 300;
+    sim.Configure(config);
+    EXPECT_EQ(line.Ask(ChannelOpen(1, 0, 1)), (Bytes{0x91, 1, 1, 0x00, 0x00}));
   }
+}
+
+// Every bring-up (wake-up byte, then handshakes) needs K attempts, not
+// only the first one; the disconnect's handshake does not count towards it.
+TEST(SimulatorAnswers, HandshakeFromAppliesToEachBringUp) {
+  qvsim::Config config;
+  config.answer_handshake_from = 3;
+  qvsim::Simulator sim(config);
+  ASSERT_TRUE(sim.Start());
+  PtyClient line(sim.SlavePath(), 1);
+  const Bytes handshake = {0x96, 0x00, 0x01};
+  for (int bring_up : {1, 2}) {
+    ASSERT_TRUE(line.Send({0x6F})) << bring_up;
+    EXPECT_TRUE(line.Ask(handshake, 200).empty()) << bring_up;
+    EXPECT_TRUE(line.Ask(handshake, 200).empty()) << bring_up;
+    EXPECT_EQ(line.Ask(handshake), handshake) << bring_up;
+    EXPECT_EQ(line.Ask(handshake), handshake) << bring_up;  // at disconnect
+  }
+  EXPECT_EQ(sim.HandshakesSeen(), 8);
 }
 
 TEST(SimulatorAnswers, BrokenFramesOnTheWire) {
@@ -88,28 +122,52 @@ TEST(SimulatorAnswers, BrokenFramesOnTheWire) {
       PtyClient line(sim.SlavePath(), format);
       ASSERT_TRUE(line.Send(handshake));
       ASSERT_TRUE(line.Send({0x90, 0x00, 0x01, 0x00}));
-      std::vector<size_t> reads;
-      const Bytes raw = line.ReadRaw(1500, 150, &reads);
-      const size_t frames = format == 1 ? 2 * 3 + 10 + 2 * 19 + 10 : 3 + 5 + 19 + 5;
-      const std::vector<Bytes> payloads = line.Decode(raw);
+      const Bytes info = Info("4.25", "QV00012345");
+      Bytes clean = Framed(handshake, format);
+      const Bytes info_frame = Framed(info, format);
+      clean.insert(clean.end(), info_frame.begin(), info_frame.end());
+      // Read until both answers are in, or all their bytes when they cannot
+      // decode; however many reads it takes.
+      Bytes raw;
+      std::vector<Bytes> payloads;
+      const auto deadline = Clock::now() + std::chrono::milliseconds(3000);
+      while (Clock::now() < deadline && (row.decodes ? payloads.size() < 2 : raw.size() < clean.size())) {
+        const Bytes more = line.ReadRaw(100, 20);
+        raw.insert(raw.end(), more.begin(), more.end());
+        for (Bytes& p : line.Decode(more)) payloads.push_back(std::move(p));
+      }
       if (row.decodes) {
-        ASSERT_EQ(payloads.size(), 2u);
-        EXPECT_EQ(payloads[0], handshake);
-        EXPECT_EQ(payloads[1][0], 0x90);
+        EXPECT_EQ(payloads, (std::vector<Bytes>{handshake, info}));
       } else {
-        EXPECT_EQ(raw.size(), frames);  // the bytes came, but nothing passes
+        EXPECT_EQ(raw.size(), clean.size());  // the bytes came, but nothing passes
         EXPECT_TRUE(payloads.empty());
       }
       if (config.garbage_between_frames) {
-        EXPECT_GT(raw.size(), frames);
+        EXPECT_GT(raw.size(), clean.size());
       }
       if (config.split_bytes) {
-        EXPECT_EQ(raw.size(), frames);
-        // One byte per write: the reader sees many small reads, not one.
-        EXPECT_GT(reads.size(), frames / 2);
+        EXPECT_EQ(raw, clean);  // byte for byte, in order
       }
     }
   }
+}
+
+// A host that stops reading fills the pseudo-terminal; frames that do not
+// fit are dropped whole, so what is read afterwards decodes to the last byte.
+TEST(SimulatorAnswers, FullLineDropsWholeFramesOnly) {
+  qvsim::Simulator sim;
+  ASSERT_TRUE(sim.Start());
+  PtyClient line(sim.SlavePath(), 1);
+  ASSERT_EQ(line.Ask(ChannelOpen(2, 250)), (Bytes{0x91, 2, 1, 0x00, 0xFA}));
+  sim.SetTraffic(qvsim::Traffic::kFlood);
+  std::this_thread::sleep_for(std::chrono::milliseconds(1200));
+  sim.SetTraffic(qvsim::Traffic::kNone);
+  const Bytes raw = line.ReadRaw(3000, 600);
+  const std::vector<Bytes> payloads = line.Decode(raw);
+  size_t framed = 0;
+  for (const Bytes& payload : payloads) framed += Framed(payload, 1).size();
+  EXPECT_GT(payloads.size(), 100u);
+  EXPECT_EQ(framed, raw.size());
 }
 
 }  // namespace

@@ -29,6 +29,9 @@ TEST(SimulatorConsole, CommandsActOnTheLine) {
       {"raw zz", true, {}},
       {"traffic sometimes", true, {}},
       {"launch", true, {}},
+      {"corrupt maybe", true, {}},
+      {"delay -1", true, {}},
+      {"no-answer 0x100", true, {}},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.command);
@@ -49,6 +52,10 @@ TEST(SimulatorConsole, CommandsActOnTheLine) {
   EXPECT_TRUE(line.Send({0x96, 0, 1}));
   EXPECT_TRUE(line.Next(300).empty()) << "a silent adapter answered";
   EXPECT_EQ(qvsim::RunConsoleCommand(sim, "silent off"), "silent off");
+  EXPECT_EQ(line.Ask({0x96, 0, 1}), (Bytes{0x96, 0, 1}));
+  EXPECT_EQ(qvsim::RunConsoleCommand(sim, "error 0x96"), "error 0x96");
+  EXPECT_EQ(line.Ask({0x96, 0, 1}), (Bytes{0xFF, 0x00, 0x96}));
+  EXPECT_EQ(qvsim::RunConsoleCommand(sim, "error none"), "error none");
   EXPECT_EQ(line.Ask({0x96, 0, 1}), (Bytes{0x96, 0, 1}));
 
   EXPECT_EQ(qvsim::RunConsoleCommand(sim, "hangup"), "hung up");

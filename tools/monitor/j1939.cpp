@@ -41,14 +41,14 @@ const char* J1939PgnName(uint32_t pgn) {
     uint32_t pgn;
     const char* name;
   } kNames[] = {
-      {0x00E800, "ACK"},     {0x00EA00, "RQST"},    {0x00EB00, "TP.DT"},   {0x00EC00, "TP.CM"},
-      {0x00EE00, "AC"},      {0x00DA00, "ISO15765"}, {0x00F001, "EBC1"},   {0x00F002, "ETC1"},
-      {0x00F003, "EEC2"},    {0x00F004, "EEC1"},    {0x00F005, "ETC2"},    {0x00FE6C, "TCO1"},
-      {0x00FEC1, "VDHR"},    {0x00FECA, "DM1"},     {0x00FECB, "DM2"},     {0x00FED9, "DM13"},
-      {0x00FEDA, "SOFT"},    {0x00FEE0, "VD"},      {0x00FEE5, "HOURS"},   {0x00FEE9, "LFC"},
-      {0x00FEEC, "VI"},      {0x00FEEE, "ET1"},     {0x00FEEF, "EFL/P1"},  {0x00FEF1, "CCVS"},
-      {0x00FEF2, "LFE"},     {0x00FEF5, "AMB"},     {0x00FEF6, "IC1"},     {0x00FEF7, "VEP1"},
-      {0x00FEFC, "DD"},      {0x00FD7C, "DPFC1"},
+      {0x00E800, "ACK"},      {0x00EA00, "RQST"},     {0x00EB00, "TP.DT"},    {0x00EC00, "TP.CM"},
+      {0x00EE00, "AC"},       {0x00DA00, "ISO15765"}, {0x00DF00, "DM13"},     {0x00F001, "EBC1"},
+      {0x00F002, "ETC1"},     {0x00F003, "EEC2"},     {0x00F004, "EEC1"},     {0x00F005, "ETC2"},
+      {0x00FE6C, "TCO1"},     {0x00FEC1, "VDHR"},     {0x00FECA, "DM1"},      {0x00FECB, "DM2"},
+      {0x00FEDA, "SOFT"},     {0x00FEE0, "VD"},       {0x00FEE5, "HOURS"},    {0x00FEE9, "LFC"},
+      {0x00FEEC, "VI"},       {0x00FEEE, "ET1"},      {0x00FEEF, "EFL/P1"},   {0x00FEF1, "CCVS"},
+      {0x00FEF2, "LFE"},      {0x00FEF5, "AMB"},      {0x00FEF6, "IC1"},      {0x00FEF7, "VEP1"},
+      {0x00FEFC, "DD"},       {0x00FD7C, "DPFC1"},
   };
   for (const auto& entry : kNames) {
     if (entry.pgn == pgn) return entry.name;

@@ -168,7 +168,9 @@ class Session {
 
   void Handle(const uint8_t* message, size_t size) {
     if (size < kTimeStampSize) return;
-    const bool echo = options_.echo && IsEchoOf(link_, message, size, options_.send_message);
+    // The library echoes every message an ISO15765 client sends, asked or not.
+    const bool echo_on = options_.echo || link_ == DataLink::kIso15765;
+    const bool echo = echo_on && IsEchoOf(link_, message, size, options_.send_message);
     const std::vector<uint8_t> body = ReceivedLayoutOf(link_, message, size, echo);
     out_ << FormatMessageLine(link_, TimeStampOf(message), body, echo) << "\n";
     ++(echo ? echoed_ : received_);

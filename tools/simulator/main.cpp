@@ -27,17 +27,18 @@ void Usage(std::FILE* out) {
       "  --format N          framing variant 0, 1 (default) or 2\n"
       "  --root DIR          prepare DIR as QVRP32_ROOT (port link, registry.reg, INI files)\n"
       "  --com N             COM port number (default 7)\n"
-      "  --firmware TEXT     firmware text in the information answer (default 4.25)\n"
-      "  --serial TEXT       serial number, 10 characters (default QV00012345)\n"
+      "  --firmware TEXT     firmware text, up to 4 characters (default 4.25)\n"
+      "  --serial TEXT       serial number, up to 10 characters (default QV00012345)\n"
       "  --traffic KIND      none (default), vehicle or flood\n"
       "  --replay FILE       replay a candump -L log, looping\n"
       "  --loopback          send transmitted messages back as received traffic\n"
       "  --battery MV        battery voltage in millivolts (default 12590)\n"
       "  --auto-rate K       rate reported for Baud=Auto (default 500)\n"
-      "  --refuse-rate K     answer a channel-open at rate K with 0 (repeatable)\n"
+      "  --refuse-rate K     answer a channel-open at rate K, or at Auto when\n"
+      "                      --auto-rate is K, with 0 (repeatable)\n"
       "misbehaviour:\n"
       "  --silent            answer nothing\n"
-      "  --handshake-from K  ignore handshakes before the K-th\n"
+      "  --handshake-from K  ignore handshakes before the K-th of each bring-up\n"
       "  --no-info           never answer the information request\n"
       "  --error-code 0xNN   answer requests with this code by an error reply (repeatable)\n"
       "  --delay MS          answer MS milliseconds late\n"
@@ -101,10 +102,20 @@ int main(int argc, char** argv) {
     } else if (opt == "--com") {
       if (!number(1, 255, &com)) return 2;
     } else if (opt == "--firmware") {
+      // The information answer has room for exactly this many characters;
+      // a longer text would be cut without a word.
       if (!value(&text)) return 2;
+      if (std::strlen(text) > 4) {
+        std::fprintf(stderr, "qvsim: --firmware takes at most 4 characters: %s\n", text);
+        return 2;
+      }
       config.firmware = text;
     } else if (opt == "--serial") {
       if (!value(&text)) return 2;
+      if (std::strlen(text) > 10) {
+        std::fprintf(stderr, "qvsim: --serial takes at most 10 characters: %s\n", text);
+        return 2;
+      }
       config.serial = text;
     } else if (opt == "--traffic") {
       if (!value(&text)) return 2;
@@ -168,18 +179,26 @@ int main(int argc, char** argv) {
     return 1;
   }
   sim.SetTraffic(traffic);
-  static const char* const kTags[] = {"#QV--VCI+#", "#QV--VCI#", "#QV--VCI++#"};
-  std::printf("slave:   %s\n", sim.SlavePath().c_str());
+  std::printf("slave:    %s\n", sim.SlavePath().c_str());
   if (!root.empty()) {
-    if (!sim.PrepareRoot(root, static_cast<int>(com))) {
+    qvsim::PreparedRoot prepared;
+    if (!sim.PrepareRoot(root, static_cast<int>(com), &prepared)) {
       std::fprintf(stderr, "qvsim: cannot prepare %s\n", root.c_str());
       return 1;
     }
-    std::printf("root:    %s (QVRP32_ROOT)\n", root.c_str());
+    std::printf("root:     %s (QVRP32_ROOT)\n", root.c_str());
+    std::printf("port:     %s -> %s\n", prepared.port_link.c_str(), prepared.port_target.c_str());
+    std::printf("registry: %s (COM%ld, DeviceTag %s)\n", prepared.registry.c_str(), com,
+                prepared.device_tag.c_str());
+    for (const auto& ini : prepared.ini_files) {
+      std::printf("ini:      %s %s\n", ini.path.c_str(),
+                  ini.written ? "written" : "kept (it was there already)");
+    }
+  } else {
+    std::printf("port:     COM%ld (no --root: nothing prepared)\n", com);
   }
-  std::printf("port:    COM%ld\n", com);
-  std::printf("variant: FrameFormat %d, %s, firmware %s, serial %s\n", config.frame_format,
-              kTags[config.frame_format], config.firmware.c_str(), config.serial.c_str());
+  std::printf("variant:  FrameFormat %d, %s, firmware %s, serial %s\n", config.frame_format,
+              qvsim::DeviceTag(config.frame_format), config.firmware.c_str(), config.serial.c_str());
   std::printf("running until interrupted; type help for commands\n");
   std::fflush(stdout);
 

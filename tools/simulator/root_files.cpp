@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <string>
+#include <utility>
 
 #include "qvsim/simulator.h"
 
@@ -37,62 +38,68 @@ bool Exists(const std::string& path) {
   return stat(path.c_str(), &st) == 0;
 }
 
+}  // namespace
+
 // The device path's marker after "QV--VCI" selects the framing.
-const char* VariantMarker(int frame_format) {
+const char* DeviceTag(int frame_format) {
   switch (frame_format) {
-    case 0: return "+#";
-    case 2: return "++#";
-    default: return "#";
+    case 0: return "#QV--VCI+#";
+    case 2: return "#QV--VCI++#";
+    default: return "#QV--VCI#";
   }
 }
 
-}  // namespace
-
-bool Simulator::PrepareRoot(const std::string& root_dir, int com_number) {
+bool Simulator::PrepareRoot(const std::string& root_dir, int com_number, PreparedRoot* prepared) {
   const std::string slave = SlavePath();
   if (slave.empty() || com_number < 1 || com_number > 255) return false;
   const std::string com = "COM" + std::to_string(com_number);
-
-  const std::string devices = root_dir + "/dosdevices";
-  if (!MakeDirs(devices)) return false;
-  const std::string link = devices + "/com" + std::to_string(com_number);
-  unlink(link.c_str());
-  if (symlink(slave.c_str(), link.c_str()) != 0) return false;
+  PreparedRoot done;
+  done.port_link = root_dir + "/dosdevices/com" + std::to_string(com_number);
+  done.port_target = slave;
+  done.registry = root_dir + "/registry.reg";
+  done.device_tag = DeviceTag(CurrentConfig().frame_format);
 
   const std::string registry =
       "REGEDIT4\n\n"
       "[HKEY_LOCAL_MACHINE\\HARDWARE\\DEVICEMAP\\SERIALCOMM]\n"
       "\"\\\\Device\\\\USBSER000\"=\"" + com + "\"\n\n"
       "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Control\\COM Name Arbiter\\Devices]\n"
-      "\"" + com + "\"=\"\\\\??\\\\USB#VID_0483&PID_5740#QV--VCI" +
-      VariantMarker(CurrentConfig().frame_format) +
+      "\"" + com + "\"=\"\\\\??\\\\USB#VID_0483&PID_5740" + done.device_tag +
       "6&2b0a8f7&0&1#{a5dcbf10-6530-11d2-901f-00c04fb951ed}\"\n";
-  if (!WriteText(root_dir + "/registry.reg", registry)) return false;
+  if (!MakeDirs(root_dir) || !WriteText(done.registry, registry)) return false;
 
-  const std::string vendor_dir = root_dir + "/Windows";
-  if (!Exists(vendor_dir + "/QVRP32.ini")) {
-    if (!MakeDirs(vendor_dir) ||
-        !WriteText(vendor_dir + "/QVRP32.ini",
-                   "[VendorInformation]\n"
-                   "Name=QV Vehicle Communication Adapter (simulated)\n"
-                   "Version=1.2.3\n"
-                   "RP1210=C\n"
-                   "DebugFile=C:\\ProgramData\\QV\\log\\QVRP1210_log.txt\n"
-                   "Devices=1\n"
-                   "Protocols=1,2,3,4,5\n\n"
-                   "[DeviceInformation1]\n"
-                   "DeviceID=1\n"
-                   "DeviceName=QV--VCI\n"))
-      return false;
-  }
+  const std::string vendor_ini = root_dir + "/Windows/QVRP32.ini";
+  const bool write_vendor = !Exists(vendor_ini);
+  if (write_vendor &&
+      (!MakeDirs(root_dir + "/Windows") ||
+       !WriteText(vendor_ini,
+                  "[VendorInformation]\n"
+                  "Name=QV Vehicle Communication Adapter (simulated)\n"
+                  "Version=1.2.3\n"
+                  "RP1210=C\n"
+                  "DebugFile=C:\\ProgramData\\QV\\log\\QVRP1210_log.txt\n"
+                  "Devices=1\n"
+                  "Protocols=1,2,3,4,5\n\n"
+                  "[DeviceInformation1]\n"
+                  "DeviceID=1\n"
+                  "DeviceName=QV--VCI\n")))
+    return false;
+  done.ini_files.push_back({vendor_ini, write_vendor});
+
   const std::string config_dir = root_dir + "/ProgramData/QV/Corvane";
-  if (!Exists(config_dir + "/COMConfig.ini")) {
-    if (!MakeDirs(config_dir) ||
-        !WriteText(config_dir + "/COMConfig.ini",
-                   "[COMConfig]\nSN=" + CurrentConfig().serial +
-                       "\nDebugLevel=4\nDebugMode=0\nOBDPin=6E\nRes120=0\n"))
-      return false;
-  }
+  const std::string config_ini = config_dir + "/COMConfig.ini";
+  const bool write_config = !Exists(config_ini);
+  if (write_config &&
+      (!MakeDirs(config_dir) ||
+       !WriteText(config_ini, "[COMConfig]\nSN=" + CurrentConfig().serial +
+                                  "\nDebugLevel=4\nDebugMode=0\nOBDPin=6E\nRes120=0\n")))
+    return false;
+  done.ini_files.push_back({config_ini, write_config});
+
+  if (!MakeDirs(root_dir + "/dosdevices")) return false;
+  unlink(done.port_link.c_str());
+  if (symlink(slave.c_str(), done.port_link.c_str()) != 0) return false;
+  if (prepared) *prepared = std::move(done);
   return true;
 }
 

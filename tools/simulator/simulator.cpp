@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
@@ -17,6 +18,7 @@
 #include <thread>
 
 #include "link/frame_codec.h"
+#include "qvsim/synthetic_vehicle.h"
 #include "qvsim/traffic.h"
 
 namespace qvsim {
@@ -25,9 +27,13 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr uint16_t kBatteryCommand = 2002;
-// How long a write may wait for room in the pseudo-terminal before the
-// bytes are dropped, as a bus adapter drops what the host does not take.
+constexpr uint16_t kSetJ1708ModeCommand = 15;
+// How long a frame may wait for room in the pseudo-terminal before it is
+// dropped, as a bus adapter drops what the host does not take.
 constexpr int kWriteRoomMs = 500;
+// Between the bytes of a frame written one at a time, so that the reader
+// sees each on its own.
+constexpr auto kSplitBytePause = std::chrono::microseconds(200);
 
 bool Contains(const std::vector<uint8_t>& list, uint8_t value) {
   return std::find(list.begin(), list.end(), value) != list.end();
@@ -64,10 +70,14 @@ struct Simulator::Impl {
   Config config;
   std::vector<Bytes> received;
   std::vector<bool> consumed;
-  int handshakes = 0;
+  int handshakes = 0;            // since Start
+  int bring_up_handshakes = 0;   // since the last 0x6F wake-up
   uint8_t channel_protocol = 0;
   bool channel_open = false;
   Clock::time_point channel_opened;
+  // Set_J1708_Mode of the client: in mode 1 (a fresh client's) the library
+  // ends every J1708 message it sends with a checksum byte.
+  bool j1708_checksum = true;
 
   Traffic traffic = Traffic::kNone;
   std::vector<Clock::time_point> next_due;  // per VehicleSource
@@ -92,6 +102,9 @@ struct Simulator::Impl {
   std::string slave_path;
   int wake[2] = {-1, -1};
   bool stopping = false;
+  // Set by Stop and HangUp before they wait for io_mu, so that a write
+  // blocked on a host that reads nothing lets go.
+  std::atomic<bool> abandon_writes{false};
   std::thread thread;
   qv::link::FrameDecoder decoder;
 
@@ -100,7 +113,7 @@ struct Simulator::Impl {
   void Answer(const Bytes& payload);  // now, or later when configured to be late
   void ScheduleTraffic(Clock::time_point now, int* timeout_ms);
   void WritePayload(const Bytes& payload);
-  bool WriteAll(const uint8_t* data, size_t size);
+  bool WriteAll(const uint8_t* data, size_t size, bool one_byte_each = false);
   void Wake() {
     if (wake[1] >= 0) {
       const uint8_t b = 1;
@@ -156,10 +169,12 @@ bool Simulator::Start() {
     impl_->slave = slave;
     impl_->slave_path = name;
     impl_->stopping = false;
+    impl_->abandon_writes = false;
   }
   {
     std::lock_guard<std::mutex> lock(impl_->mu);
     impl_->handshakes = 0;
+    impl_->bring_up_handshakes = 0;
     impl_->channel_open = false;
     impl_->decoder.Clear();
   }
@@ -169,6 +184,7 @@ bool Simulator::Start() {
 
 void Simulator::Stop() {
   if (!impl_->thread.joinable()) return;
+  impl_->abandon_writes = true;
   {
     std::lock_guard<std::mutex> io(impl_->io_mu);
     impl_->stopping = true;
@@ -256,6 +272,7 @@ void Simulator::SendUnsolicited(uint8_t code) {
 }
 
 void Simulator::HangUp() {
+  impl_->abandon_writes = true;
   {
     std::lock_guard<std::mutex> io(impl_->io_mu);
     if (impl_->master >= 0) close(impl_->master);
@@ -376,7 +393,13 @@ void Simulator::Impl::HandleRequest(const Bytes& request) {
   consumed.push_back(false);
   received_cv.notify_all();
   const uint8_t code = request[0];
-  if (code == 0x96) ++handshakes;
+  if (code == 0x96) {
+    ++handshakes;
+    ++bring_up_handshakes;
+  }
+  // Every bring-up starts with the wake-up byte; the handshakes that follow
+  // are counted afresh, so each session meets the same adapter.
+  if (code == 0x6F) bring_up_handshakes = 0;
   if (config.silent || code == 0x6F) return;
 
   auto byte = [&](size_t i) -> uint8_t { return i < request.size() ? request[i] : 0; };
@@ -391,7 +414,7 @@ void Simulator::Impl::HandleRequest(const Bytes& request) {
         // A handshake resynchronises the adapter: the channel is closed
         // until the next channel-open.
         channel_open = false;
-        if (handshakes < config.answer_handshake_from) return;
+        if (bring_up_handshakes < config.answer_handshake_from) return;
         reply = {0x96, 0x00, 0x01};
         break;
       case 0x90:
@@ -411,15 +434,14 @@ void Simulator::Impl::HandleRequest(const Bytes& request) {
         break;
       case 0x91: {
         const uint16_t requested = static_cast<uint16_t>(byte(5) << 8 | byte(6));
-        uint16_t rate = requested;
-        if (Contains(config.refused_rates, requested)) {
-          rate = 0;
-        } else if (byte(3) == 1 && requested == 0) {
-          rate = config.auto_rate;
-        }
+        // Baud=Auto (RateMode 1, rate 0) lands on the automatic rate, which
+        // is refused like any other rate on the list.
+        uint16_t rate = byte(3) == 1 && requested == 0 ? config.auto_rate : requested;
+        if (Contains(config.refused_rates, rate)) rate = 0;
         channel_protocol = byte(1);
         channel_open = rate != 0;
         channel_opened = Clock::now();
+        j1708_checksum = true;
         next_due.clear();
         if (!replay.frames.empty()) {
           replay.next = 0;
@@ -431,8 +453,8 @@ void Simulator::Impl::HandleRequest(const Bytes& request) {
       case 0x93:
         reply = {0x93, byte(1), 0x01};
         if (config.loopback && channel_open && request.size() > 3) {
-          const Bytes body =
-              LoopbackBody(channel_protocol, Bytes(request.begin() + 3, request.end()));
+          const Bytes sent(request.begin() + 3, request.end());
+          const Bytes body = LoopbackBody(channel_protocol, sent, j1708_checksum);
           if (!body.empty()) {
             loopback = {0x97, channel_protocol, 0x01};
             loopback.insert(loopback.end(), body.begin(), body.end());
@@ -441,6 +463,7 @@ void Simulator::Impl::HandleRequest(const Bytes& request) {
         break;
       case 0x95:
         reply = {0x95, byte(1), byte(2)};
+        if ((byte(3) << 8 | byte(4)) == kSetJ1708ModeCommand) j1708_checksum = (byte(5) & 1) != 0;
         if ((byte(3) << 8 | byte(4)) == kBatteryCommand) {
           reply.push_back(static_cast<uint8_t>(config.battery_mv >> 8));
           reply.push_back(static_cast<uint8_t>(config.battery_mv));
@@ -496,6 +519,7 @@ void Simulator::Impl::ScheduleTraffic(Clock::time_point now, int* timeout_ms) {
     } else if (traffic == Traffic::kFlood) {
       // A numbered EEC1 (or engine MID) per message, so a reader can tell
       // exactly which ones were lost.
+      const size_t before = out.size();
       for (int i = 0; i < 32; ++i) {
         const uint32_t n = flood_sequence++;
         const uint8_t s[4] = {static_cast<uint8_t>(n >> 24), static_cast<uint8_t>(n >> 16),
@@ -510,7 +534,9 @@ void Simulator::Impl::ScheduleTraffic(Clock::time_point now, int* timeout_ms) {
         if (body.empty()) break;
         out.push_back(body_payload(body));
       }
-      *timeout_ms = 0;
+      // Straight back for more only when this link carries the flood;
+      // otherwise the loop would spin without sending anything.
+      if (out.size() > before) *timeout_ms = 0;
     }
 
     if (!replay.frames.empty() && replay.next < replay.frames.size()) {
@@ -554,30 +580,28 @@ void Simulator::Impl::WritePayload(const Bytes& payload) {
     frame.insert(frame.begin(), junk.begin(), junk.end());
   }
   std::lock_guard<std::mutex> io(io_mu);
-  if (!c.split_bytes) {
-    WriteAll(frame.data(), frame.size());
-    return;
-  }
-  for (uint8_t b : frame) {
-    if (!WriteAll(&b, 1)) return;
-    // Give the reader a chance to see each byte on its own.
-    std::this_thread::sleep_for(std::chrono::microseconds(200));
-  }
+  WriteAll(frame.data(), frame.size(), c.split_bytes);
 }
 
-// Caller holds io_mu.
-bool Simulator::Impl::WriteAll(const uint8_t* data, size_t size) {
+// Caller holds io_mu. The bytes go out whole or not at all: when the host
+// leaves no room for the first one within kWriteRoomMs they are dropped;
+// once begun they are finished, as a cut frame would spoil the next one
+// too. Only Stop and HangUp cut them short, and then the line goes away.
+bool Simulator::Impl::WriteAll(const uint8_t* data, size_t size, bool one_byte_each) {
   const Clock::time_point give_up = Clock::now() + std::chrono::milliseconds(kWriteRoomMs);
+  bool begun = false;
   while (size > 0) {
-    if (master < 0) return false;
-    const ssize_t done = write(master, data, size);
+    if (master < 0 || abandon_writes) return false;
+    const ssize_t done = write(master, data, one_byte_each ? 1 : size);
     if (done > 0) {
+      begun = true;
       data += done;
       size -= static_cast<size_t>(done);
+      if (one_byte_each && size > 0) std::this_thread::sleep_for(kSplitBytePause);
       continue;
     }
     if (done < 0 && errno != EAGAIN && errno != EINTR) return false;
-    if (Clock::now() >= give_up) return false;
+    if (!begun && Clock::now() >= give_up) return false;
     pollfd p = {master, POLLOUT, 0};
     poll(&p, 1, 10);
   }

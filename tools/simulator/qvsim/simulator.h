@@ -16,14 +16,14 @@ struct Config {
   std::string firmware = "4.25";       // 4 characters, information reply bytes 5-8
   std::string serial = "QV00012345";   // 10 bytes, information reply bytes 9-18
   uint16_t auto_rate = 500;            // rate reported for RateMode 1 with rate 0
-  std::vector<uint16_t> refused_rates; // channel-open rates answered with rate 0
+  std::vector<uint16_t> refused_rates; // channel-open rates (also automatic) answered with rate 0
   uint16_t battery_mv = 12590;         // Get_BatteryVoltage reply bytes 3-4
   uint8_t status[5] = {0x01, 0x00, 0x02, 0x05, 0x06};  // hardware status reply bytes 4-8
   bool loopback = false;               // echo 0x93 bodies back as 0x97 traffic
 
   // Misbehaviour.
   bool silent = false;                 // answer nothing at all
-  int answer_handshake_from = 1;       // ignore handshakes before the k-th (counted since Start)
+  int answer_handshake_from = 1;       // ignore handshakes before the k-th since the 0x6F wake-up
   bool answer_information = true;      // answer the 0x90 0x00 0x01 0x00 information request
   std::vector<uint8_t> error_codes;    // answer requests with these codes by FF 00 code
   std::vector<uint8_t> unanswered_codes;  // never answer requests with these codes
@@ -32,6 +32,23 @@ struct Config {
   bool garbage_between_frames = false; // junk bytes before every frame
   bool split_bytes = false;            // write frames one byte per write
 };
+
+// What PrepareRoot made of a QVRP32_ROOT, for the user to see.
+struct PreparedRoot {
+  std::string port_link;    // DIR/dosdevices/comN
+  std::string port_target;  // the pseudo-terminal it points to
+  std::string registry;     // DIR/registry.reg
+  std::string device_tag;   // the variant's marker in the arbiter entry
+  struct IniFile {
+    std::string path;
+    bool written;  // false: it was there already and is kept as it is
+  };
+  std::vector<IniFile> ini_files;
+};
+
+// The DeviceTag in the adapter's device path that selects FrameFormat 0,
+// 1 or 2: "#QV--VCI+#", "#QV--VCI#", "#QV--VCI++#".
+const char* DeviceTag(int frame_format);
 
 // The synthetic vehicle and other traffic sources.
 enum class Traffic { kNone, kSyntheticVehicle, kFlood };
@@ -50,8 +67,10 @@ class Simulator {
 
   // Prepares a QVRP32_ROOT: dosdevices/com<N> linked to the slave,
   // registry.reg with the SERIALCOMM value and the arbiter entry whose
-  // DeviceTag selects the variant, and both INI files when absent.
-  bool PrepareRoot(const std::string& root_dir, int com_number = 7);
+  // DeviceTag selects the variant, and both INI files when absent. The
+  // port link comes last, so whoever waits for it finds the rest in place.
+  bool PrepareRoot(const std::string& root_dir, int com_number = 7,
+                   PreparedRoot* prepared = nullptr);
 
   // Changes the configuration while running (thread-safe).
   void Configure(const Config& config);
@@ -73,7 +92,7 @@ class Simulator {
   // Waits for the next not yet consumed received payload whose byte 0 is
   // `code` (0 = any); true and *payload set when one came in time.
   bool WaitForRequest(uint8_t code, int timeout_ms, Bytes* payload = nullptr);
-  int HandshakesSeen() const;
+  int HandshakesSeen() const;  // since Start
   uint8_t ChannelProtocol() const;  // ProtocolId of the last channel-open, 0 before
 
  private:
