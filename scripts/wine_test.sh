@@ -133,13 +133,6 @@ else
 fi
 stop_simulator
 
-if start_simulator 1; then
-  run_program "silent line" --quiet-line
-else
-  failed=$((failed + 1))
-fi
-stop_simulator
-
 # A flood keeps the reader thread busy in the receive path, where a process
 # that ends while connected is most likely to cut it off.
 if start_simulator 1 --traffic flood; then

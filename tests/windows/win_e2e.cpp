@@ -181,17 +181,6 @@ void ConnectedScenarios(const Api& api, const char* firmware, const char* serial
          d1 == 0 && waited < 1700 && empty, Num(d1) + " in " + Num(static_cast<long>(waited)) + " ms");
 }
 
-// On a silent line the reader thread stays blocked in its comm event: the
-// close waits out its 1000 ms for the thread, then closing the port frees it.
-void QuietLineClose(const Api& api) {
-  short id = api.ClientConnect(nullptr, 1, "J1939", 0, 0, 0);
-  const DWORD start = GetTickCount();
-  short rc = api.ClientDisconnect(1);
-  const DWORD waited = GetTickCount() - start;
-  Report("closing a silent link waits out the reader thread once", id == 1 && rc == 0 &&
-         waited >= 900 && waited < 1700, Num(id) + "," + Num(rc) + " in " + Num(static_cast<long>(waited)) + " ms");
-}
-
 // A process that ends without disconnecting: Windows ends the reader thread
 // wherever it is, maybe inside one of the library's locks, and the detach
 // must not wait for it. Each round is a child process of this program.
@@ -256,13 +245,11 @@ void MissingVendorIni(const Api& api) {
 int main(int argc, char** argv) {
   if (argc == 2 && !std::strcmp(argv[1], "--connect-and-exit")) return ConnectAndExit();
   bool no_ini = false;
-  bool quiet_line = false;
   int exit_rounds = 0;
   const char* firmware = "4.25";
   const char* serial = "QV00012345";
   for (int i = 1; i < argc; ++i) {
     if (!std::strcmp(argv[i], "--no-ini")) no_ini = true;
-    else if (!std::strcmp(argv[i], "--quiet-line")) quiet_line = true;
     else if (!std::strcmp(argv[i], "--exit-rounds") && i + 1 < argc) exit_rounds = std::atoi(argv[++i]);
     else if (!std::strcmp(argv[i], "--firmware") && i + 1 < argc) firmware = argv[++i];
     else if (!std::strcmp(argv[i], "--serial") && i + 1 < argc) serial = argv[++i];
@@ -282,8 +269,6 @@ int main(int argc, char** argv) {
              text);
       if (no_ini) {
         MissingVendorIni(api);
-      } else if (quiet_line) {
-        QuietLineClose(api);
       } else if (exit_rounds > 0) {
         ProcessEndingWhileConnected(exit_rounds);
       } else {
