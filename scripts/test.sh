@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The project's one test command: installs what it needs (when run as root on
 # Debian), builds the Linux library, the sanitizer build and both Windows
-# DLLs, checks the DLLs, runs the 64-bit DLL under Wine, and runs every test.
+# DLLs, checks the DLLs, runs the 64-bit DLL under Wine, fuzzes for about a
+# minute and runs every test.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -9,6 +10,7 @@ PACKAGES=(
   cmake ninja-build g++ make pkg-config libgtest-dev libgmock-dev
   g++-mingw-w64-x86-64-win32 g++-mingw-w64-i686-win32
   binutils-mingw-w64-x86-64 binutils-mingw-w64-i686
+  clang libclang-rt-dev
 )
 # Wine runs the Windows end-to-end test; installed as tested here, with its
 # recommended packages.
@@ -36,6 +38,10 @@ bash scripts/check_dlls.sh || status=1
 
 echo "== Windows DLL under Wine, against the adapter simulator"
 bash scripts/wine_test.sh || status=1
+
+echo "== fuzzing: each fuzz program for ${FUZZ_SECONDS:-30} s, two at a time"
+{ cmake --preset fuzz >/dev/null && cmake --build --preset fuzz -j "$jobs" && bash fuzz/run.sh; } ||
+  status=1
 
 echo "== tests: sanitizer build"
 ctest --preset linux-asan -j "$jobs" || status=1
