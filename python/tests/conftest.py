@@ -3,7 +3,6 @@
 import os
 import pathlib
 import subprocess
-import time
 
 import pytest
 
@@ -63,9 +62,3 @@ def simulator(driver_env):
     for sim in started:
         sim.stop()
 
-
-def wait_for(predicate, seconds=3.0):
-    deadline = time.monotonic() + seconds
-    while not predicate() and time.monotonic() < deadline:
-        time.sleep(0.05)
-    return predicate()

@@ -16,7 +16,7 @@ from qvrp32_can.layout import j1939_filter_entry
 # Replayed by qvsim in a loop, 10 ms apart; the 11-bit frame has no J1939 form.
 REPLAY = [
     ("18FEF100", "0102030405060708"),
-    ("18EA00F9", "00EE00"),
+    ("18EA17F9", "00EE00"),
     ("0CF00400", "F17D7D0000F07D00"),
     ("7E8", "03410D2A"),
 ]
@@ -89,25 +89,27 @@ def test_j1939_messages_over_8_bytes_are_fd_frames_up_to_64(simulator, caplog):
 
 
 @pytest.mark.parametrize(
-    "protocol, own, can_id, extended, data, rp1210",
+    "protocol, bitrate, own, can_id, extended, data, rp1210",
     [
-        ("CAN", True, 0x18FEF1F9, True, "0102", "01 18 FE F1 F9 01 02"),
-        ("CAN", False, 0x7DF, False, "02010D", "00 07 DF 02 01 0D"),
-        ("J2284", True, 0x123, False, "AABB", "00 01 23 AA BB"),
-        ("J1939", True, 0x18EA00F9, True, "00EE00", "00 EA 00 06 F9 00 00 EE 00"),
-        ("J1939", False, 0x0CFEF1F9, True, "0102", "F1 FE 00 03 F9 FF 01 02"),
+        ("CAN:Baud=500", 500000, True, 0x18FEF1F9, True, "0102", "01 18 FE F1 F9 01 02"),
+        ("CAN:Baud=250", 250000, False, 0x7DF, False, "02010D", "00 07 DF 02 01 0D"),
+        ("J2284:Baud=Auto", "auto", True, 0x123, False, "AABB", "00 01 23 AA BB"),
+        ("J1939", None, True, 0x18EA17F9, True, "00EE00", "00 EA 00 06 F9 17 00 EE 00"),
+        ("J1939:Baud=Auto", 0, False, 0x0CF004F9, True, "0102", "04 F0 00 03 F9 FF 01 02"),
     ],
 )
 def test_send_reaches_the_adapter_and_comes_back_as_echo(
-    simulator, tmp_path, protocol, own, can_id, extended, data, rp1210
+    simulator, tmp_path, protocol, bitrate, own, can_id, extended, data, rp1210
 ):
-    # The driver's trace shows each message as sent; DebugMode=1 appends, so
-    # that the next connect flushes the buffered log instead of emptying it.
+    # The driver's trace shows the connect and each message as sent;
+    # DebugMode=1 appends, so that the next connect flushes the buffered log
+    # instead of emptying it.
     config = tmp_path / "ProgramData/QV/Corvane"
     config.mkdir(parents=True)
     (config / "COMConfig.ini").write_text("[COMConfig]\nDebugLevel=3\nDebugMode=1\n")
     sim = simulator("--loopback")
-    with can.Bus(interface="qvrp32", protocol=protocol, receive_own_messages=own) as bus:
+    link = protocol.split(":")[0]
+    with QVRP32Bus(protocol=link, bitrate=bitrate, receive_own_messages=own) as bus:
         started, cpu = time.monotonic(), time.process_time()
         assert bus.recv(0.5) is None
         # The timeout holds, and waiting costs no processor time.
@@ -120,8 +122,9 @@ def test_send_reaches_the_adapter_and_comes_back_as_echo(
     # order: a read in progress may take the loopback before the echo exists.
     sent = (can_id, extended, bytes.fromhex(data))
     assert sorted((key(m), m.is_rx) for m in got) == [(sent, False)] * own + [(sent, True)]
-    can.Bus(interface="qvrp32", protocol=protocol).shutdown()
+    can.Bus(interface="qvrp32", protocol=link).shutdown()
     size = len(rp1210.split())
+    assert f"RP1210_ClientConnect(0,1,{protocol}(Res120" in sim.log()
     assert f"RP1210_SendMessage(1,{{...}},{size},0,1):(0:NO_ERRORS)->: {rp1210}\n" in sim.log()
 
 
@@ -131,11 +134,13 @@ def test_can_logger_writes_a_log_that_python_can_reads_back(simulator, tmp_path,
     out = tmp_path / f"bus.{suffix}"
     logger = subprocess.Popen(
         [sys.executable, "-m", "can.logger", "-i", "qvrp32", "-c", "1", "-b", "500000", "-f", str(out)],
-        stdout=subprocess.DEVNULL,
+        stdout=subprocess.PIPE,
         stderr=subprocess.PIPE,
         text=True,
     )
-    time.sleep(1.5)
+    # It says when it has connected and started logging.
+    assert any(line.startswith("Can Logger") for line in logger.stdout), logger.stderr.read()
+    time.sleep(1.0)
     logger.send_signal(signal.SIGINT)
     assert logger.wait(timeout=10) == 0, logger.stderr.read()
     logged = list(can.LogReader(str(out)))
