@@ -17,17 +17,16 @@ IMPLEMENTATION = "QVRP32"
 
 
 def _windows_library():
-    """The DLL as RP1210 applications find it: named in the RP1210 INI file."""
+    """The DLL as RP1210 applications find it: listed in RP121032.ini."""
     windows = os.environ.get("WINDIR", r"C:\Windows")
-    for ini_name in ("RP121032.ini", "RP1210.ini"):
-        parser = configparser.ConfigParser(strict=False, interpolation=None)
-        try:
-            parser.read(os.path.join(windows, ini_name), encoding="latin-1")
-        except configparser.Error:
-            continue
-        listed = parser.get("RP1210Support", "APIImplementations", fallback="")
-        if IMPLEMENTATION.upper() in (n.strip().upper() for n in listed.split(",")):
-            return IMPLEMENTATION + ".dll"
+    parser = configparser.ConfigParser(strict=False, interpolation=None)
+    try:
+        parser.read(os.path.join(windows, "RP121032.ini"), encoding="latin-1")
+    except configparser.Error:
+        pass
+    listed = parser.get("RP1210Support", "APIImplementations", fallback="")
+    if IMPLEMENTATION.upper() in (n.strip().upper() for n in listed.split(",")):
+        return IMPLEMENTATION + ".dll"
     raise OSError(
         f"{IMPLEMENTATION} is not listed in APIImplementations of "
         f"{windows}\\RP121032.ini (pass library= with the DLL's path)"
