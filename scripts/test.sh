@@ -11,6 +11,7 @@ PACKAGES=(
   g++-mingw-w64-x86-64-win32 g++-mingw-w64-i686-win32
   binutils-mingw-w64-x86-64 binutils-mingw-w64-i686
   clang libclang-rt-dev
+  python3-can python3-pytest python3-venv python3-setuptools python3-wheel
 )
 # Wine runs the Windows end-to-end test; installed as tested here, with its
 # recommended packages.
@@ -42,6 +43,14 @@ bash scripts/wine_test.sh || status=1
 echo "== fuzzing: each fuzz program for ${FUZZ_SECONDS:-30} s, two at a time"
 { cmake --preset fuzz >/dev/null && cmake --build --preset fuzz -j "$jobs" && bash fuzz/run.sh; } ||
   status=1
+
+echo "== python-can interface: install into a fresh venv, test against the adapter simulator"
+python_venv=build/python-venv
+rm -rf "$python_venv"
+{ /usr/bin/python3 -m venv --system-site-packages "$python_venv" &&
+  "$python_venv/bin/pip" install -q --no-build-isolation --no-deps ./python &&
+  (cd python && timeout 300 \
+    "../$python_venv/bin/python" -m pytest -q -p no:cacheprovider tests); } || status=1
 
 echo "== tests: sanitizer build"
 ctest --preset linux-asan -j "$jobs" || status=1
