@@ -81,6 +81,7 @@ TEST(DriverDiscovery, PicksAnInstalledImplementationFromRp121032Ini) {
   const Case cases[] = {
       {"OTHER,QVRP32", "", true, "QVRP32"},
       {"OTHER,qvrp32", "", true, "qvrp32"},
+      {"OTHER,AVRP32,QVRP32", "", true, "QVRP32"},
       {"OTHER,THIRD", "", true, "OTHER"},
       {"GONE,OTHER", "", true, "OTHER"},
       {"QVRP32X,OTHER", "", true, "QVRP32X"},
