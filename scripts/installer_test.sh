@@ -6,8 +6,9 @@
 # finding the driver through RP121032.ini and showing the simulator's
 # traffic through the installed 64-bit DLL, then a silent uninstall that
 # leaves the other vendor's entry and the rest of the file as they were.
-# A second round checks whole-name matching and that a user-edited
-# COMConfig.ini survives uninstall. Prints "N passed, N failed".
+# A second round checks that the master file is created when absent, that
+# names are matched whole and that a user-edited COMConfig.ini survives
+# uninstall. Prints "N passed, N failed".
 # Needs: build/installer (scripts/build_installer.sh), build/win32,
 # build/win64 and build/linux (qvsim, the pty shim).
 set -uo pipefail
@@ -137,10 +138,16 @@ done
 wine reg query 'HKLM\Software\Microsoft\Windows\CurrentVersion\Uninstall\QVRP32' >/dev/null 2>&1
 check "uninstall: Add/Remove Programs entry gone" [ $? != 0 ]
 
-# Names that merely contain ours are other drivers; a user's own adapter
-# settings outlive the driver.
-printf '[RP1210Support]\r\nAPIImplementations=QVRP32X, OTHERVDA\r\n' >"$master"
+# Round 2: no master file yet; then another vendor's installer rewrote the
+# list (names that merely contain ours are other drivers); a user's own
+# adapter settings outlive the driver.
+rm -f "$master"
 install "round 2 install"
+check "round 2: RP121032.ini created with [RP1210Support] APIImplementations=QVRP32" \
+  grep -qx '\[RP1210Support\]' <(text "$master")
+check "round 2: the created list is QVRP32" list_is QVRP32
+printf '[RP1210Support]\r\nAPIImplementations=QVRP32X, OTHERVDA\r\n' >"$master"
+install "round 2 reinstall"
 check "round 2: QVRP32X is not ours: QVRP32X, OTHERVDA,QVRP32" list_is "QVRP32X, OTHERVDA,QVRP32"
 echo "SN=K000000001" >>"$config"
 uninstall "round 2 uninstall"
