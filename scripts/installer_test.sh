@@ -127,6 +127,12 @@ else
 fi
 [ -n "$sim_pid" ] && kill "$sim_pid" 2>/dev/null && wait "$sim_pid" 2>/dev/null
 sim_pid=""
+# OTHERVDA is listed, but its DLL is not installed: skipped, as
+# applications must.
+(cd "$work" && timeout 30 wine "$instdir/rp1210-monitor.exe" --vendor OTHERVDA --info) 2>&1 |
+  tr -d '\r' >"$work/other.out"
+check "monitor: skips OTHERVDA, whose DLL is missing" \
+  grep -q "lists 'OTHERVDA' but OTHERVDA.dll is not installed" "$work/other.out"
 
 uninstall "uninstall"
 check "uninstall: APIImplementations=OTHERVDA back, rest of file unchanged" \
