@@ -204,8 +204,9 @@ Section "Uninstall"
     WriteINIStr "${MASTER_INI}" "RP1210Support" "APIImplementations" $R2
   ${EndIf}
 
-  Delete "$WINDIR\SysWOW64\${DRIVER}.dll"
-  Delete "$SYSDIR\${DRIVER}.dll"
+  ; A DLL an application still holds goes at the next restart.
+  Delete /REBOOTOK "$WINDIR\SysWOW64\${DRIVER}.dll"
+  Delete /REBOOTOK "$SYSDIR\${DRIVER}.dll"
   Delete "$WINDIR\${DRIVER}.ini"
 
   ; The adapter settings go only when they are the untouched copy this
