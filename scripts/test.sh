@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # The project's one test command: installs what it needs (when run as root on
-# Debian), builds the Linux library, the sanitizer build and both Windows
-# DLLs, checks the DLLs, runs the 64-bit DLL under Wine, fuzzes for about a
-# minute and runs every test.
+# Debian), builds the Linux library, the sanitizer build, the 32-bit build
+# and both Windows DLLs, checks the DLLs, runs the 64-bit DLL under Wine,
+# builds the installer and proves it under Wine, fuzzes for about a minute
+# and runs every test.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -12,6 +13,7 @@ PACKAGES=(
   binutils-mingw-w64-x86-64 binutils-mingw-w64-i686
   clang libclang-rt-dev
   python3-can python3-pytest python3-venv python3-setuptools python3-wheel
+  g++-multilib nsis
 )
 # Wine runs the Windows end-to-end test; installed as tested here, with its
 # recommended packages.
@@ -25,7 +27,7 @@ if [ "$(id -u)" = 0 ] && command -v apt-get >/dev/null && [ -z "${QVRP32_NO_INST
 fi
 
 jobs=$(nproc 2>/dev/null || echo 2)
-for preset in linux linux-asan win32 win64; do
+for preset in linux linux-asan linux-x86 win32 win64; do
   echo "== build: $preset"
   cmake --preset "$preset" >/dev/null
   cmake --build --preset "$preset" -j "$jobs"
@@ -39,6 +41,9 @@ bash scripts/check_dlls.sh || status=1
 
 echo "== Windows DLL under Wine, against the adapter simulator"
 bash scripts/wine_test.sh || status=1
+
+echo "== Windows installer: build, then install, reinstall, monitor and uninstall under Wine"
+{ bash scripts/build_installer.sh && timeout 300 bash scripts/installer_test.sh; } || status=1
 
 echo "== fuzzing: each fuzz program for ${FUZZ_SECONDS:-30} s, two at a time"
 { cmake --preset fuzz >/dev/null && cmake --build --preset fuzz -j "$jobs" && bash fuzz/run.sh; } ||
@@ -54,6 +59,8 @@ rm -rf "$python_venv"
 
 echo "== tests: sanitizer build"
 ctest --preset linux-asan -j "$jobs" || status=1
+echo "== tests: 32-bit build (-m32), unit and integration"
+ctest --preset linux-x86 -j "$jobs" || status=1
 echo "== tests: release build"
 ctest --preset linux -j "$jobs" || status=1
 exit $status

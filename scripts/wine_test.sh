@@ -99,14 +99,14 @@ for format in 0 1 2; do
   stop_simulator
 done
 
-# The monitor as users run it: it finds the driver through RP1210.ini and
+# The monitor as users run it: it finds the driver through RP121032.ini and
 # loads QVRP32.dll from the system folder, like any RP1210 application.
 run_monitor() {
-  echo "-- rp1210-monitor.exe, driver found through RP1210.ini"
+  echo "-- rp1210-monitor.exe, driver found through RP121032.ini"
   mkdir -p "$work/monitor"
   cp "$monitor" "$work/monitor/"
   cp "$win/QVRP32.dll" "$WINEPREFIX/drive_c/windows/system32/"
-  printf '[RP1210Support]\r\nAPIImplementations=QVRP32\r\n' >"$WINEPREFIX/drive_c/windows/RP1210.ini"
+  printf '[RP1210Support]\r\nAPIImplementations=QVRP32\r\n' >"$WINEPREFIX/drive_c/windows/RP121032.ini"
   (cd "$work/monitor" && LD_PRELOAD=$shim timeout 60 wine ./rp1210-monitor.exe --info --echo \
     --send 18FEF1F9#0102 --time 3) 2>&1 | tr -d '\r' >"$work/monitor.out"
   local what pattern ok=1

@@ -70,26 +70,33 @@ TEST(IniReader, ReadsLikeTheProfileFunctions) {
   EXPECT_EQ(ini.Sections(), (std::vector<std::string>{"RP1210Support", "Empty"}));
 }
 
-TEST(DriverDiscovery, PicksTheImplementationFromRp1210Ini) {
+TEST(DriverDiscovery, PicksAnInstalledImplementationFromRp121032Ini) {
   struct Case {
     const char* list;
     const char* wanted;
     bool ok;
     const char* result;  // the name, or the error
   };
+  // GONE is listed but its DLL is not installed.
   const Case cases[] = {
       {"OTHER,QVRP32", "", true, "QVRP32"},
       {"OTHER,qvrp32", "", true, "qvrp32"},
+      {"OTHER,AVRP32,QVRP32", "", true, "QVRP32"},
       {"OTHER,THIRD", "", true, "OTHER"},
+      {"GONE,OTHER", "", true, "OTHER"},
+      {"QVRP32X,OTHER", "", true, "QVRP32X"},
       {"OTHER,QVRP32", "other", true, "OTHER"},
-      {"OTHER,QVRP32", "NONE", false, "RP1210.ini does not list the implementation 'NONE'"},
-      {" , ", "", false, "RP1210.ini lists no APIImplementations"},
+      {"OTHER,QVRP32", "NONE", false, "RP121032.ini does not list the implementation 'NONE'"},
+      {"OTHER,GONE", "gone", false, "RP121032.ini lists 'gone' but gone.dll is not installed"},
+      {"GONE", "", false, "no implementation RP121032.ini lists has its DLL installed"},
+      {" , ", "", false, "RP121032.ini lists no APIImplementations"},
   };
+  const DllPresent present = [](const std::string& n) { return n != "GONE" && n != "gone"; };
   for (const Case& c : cases) {
     const IniFile ini = IniFile::Parse(std::string("[RP1210Support]\nAPIImplementations=") + c.list + "\n");
     std::string name;
     std::string error;
-    EXPECT_EQ(ChooseImplementation(ini, c.wanted, &name, &error), c.ok) << c.list;
+    EXPECT_EQ(ChooseImplementation(ini, c.wanted, present, &name, &error), c.ok) << c.list;
     EXPECT_EQ(c.ok ? name : error, c.result) << c.list;
   }
 }

@@ -1,6 +1,7 @@
 #include "driver_discovery.h"
 
 #include <cctype>
+#include <vector>
 
 namespace rp1210mon {
 
@@ -16,26 +17,39 @@ bool SameName(const std::string& a, const std::string& b) {
 }
 }  // namespace
 
-bool ChooseImplementation(const IniFile& rp1210_ini, const std::string& wanted, std::string* name,
-                          std::string* error) {
-  const auto names = SplitList(rp1210_ini.Get("RP1210Support", "APIImplementations"));
-  if (names.empty()) {
-    *error = "RP1210.ini lists no APIImplementations";
+bool ChooseImplementation(const IniFile& rp1210_ini, const std::string& wanted,
+                          const DllPresent& dll_present, std::string* name, std::string* error) {
+  const auto listed = SplitList(rp1210_ini.Get("RP1210Support", "APIImplementations"));
+  if (listed.empty()) {
+    *error = "RP121032.ini lists no APIImplementations";
     return false;
   }
   const std::string target = wanted.empty() ? "QVRP32" : wanted;
-  for (const auto& candidate : names) {
+  const std::string* first_present = nullptr;
+  bool target_listed = false;
+  for (const auto& candidate : listed) {
+    const bool present = dll_present(candidate);
     if (SameName(candidate, target)) {
-      *name = candidate;
-      return true;
+      target_listed = true;
+      if (present) {
+        *name = candidate;
+        return true;
+      }
     }
+    if (present && first_present == nullptr) first_present = &candidate;
   }
-  if (!wanted.empty()) {
-    *error = "RP1210.ini does not list the implementation '" + wanted + "'";
-    return false;
+  if (wanted.empty() && first_present != nullptr) {
+    *name = *first_present;
+    return true;
   }
-  *name = names.front();
-  return true;
+  if (wanted.empty()) {
+    *error = "no implementation RP121032.ini lists has its DLL installed";
+  } else if (target_listed) {
+    *error = "RP121032.ini lists '" + wanted + "' but " + wanted + ".dll is not installed";
+  } else {
+    *error = "RP121032.ini does not list the implementation '" + wanted + "'";
+  }
+  return false;
 }
 
 std::string FindDeviceSection(const IniFile& vendor_ini, int device_id) {

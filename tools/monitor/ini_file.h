@@ -1,5 +1,5 @@
 // A small reader for the INI files RP1210 applications use to find drivers
-// (RP1210.ini and the vendor's own file). Like the Windows profile
+// (RP121032.ini and the vendor's own file). Like the Windows profile
 // functions, section and key names match without regard to case.
 #pragma once
 

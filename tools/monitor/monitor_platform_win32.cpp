@@ -1,4 +1,4 @@
-// Windows: the driver is found the RP1210 way, through RP1210.ini and the
+// Windows: the driver is found the RP1210 way, through RP121032.ini and the
 // vendor INI file in the Windows folder, or given as a DLL path.
 #include <windows.h>
 
@@ -31,16 +31,27 @@ std::string WindowsDirectory() {
   return size > 0 && size < MAX_PATH ? std::string(path, size) : std::string("C:\\Windows");
 }
 
-bool FindDriver(const std::string& vendor, int device_id, std::string* dll, std::string* description,
+// The loader's own search (program folder, system folder, Windows folder,
+// PATH; SysWOW64 for a 32-bit program) decides whether the DLL is there.
+bool DllInstalled(const std::string& name) {
+  char found[MAX_PATH];
+  const std::string file = name + ".dll";
+  const DWORD size = SearchPathA(nullptr, file.c_str(), nullptr, MAX_PATH, found, nullptr);
+  return size > 0 && size < MAX_PATH;
+}
+
+// Finds the DLL's name and describes it from the vendor file (" (vendor,
+// device)").
+bool FindDriver(const std::string& vendor, int device_id, std::string* dll, std::string* about,
                 std::string* error) {
   const std::string windows = WindowsDirectory();
   IniFile rp1210;
-  if (!IniFile::Load(windows + "\\RP1210.ini", &rp1210)) {
-    *error = "cannot read " + windows + "\\RP1210.ini (give the DLL with --library)";
+  if (!IniFile::Load(windows + "\\RP121032.ini", &rp1210)) {
+    *error = "cannot read " + windows + "\\RP121032.ini (give the DLL with --library)";
     return false;
   }
   std::string name;
-  if (!ChooseImplementation(rp1210, vendor, &name, error)) return false;
+  if (!ChooseImplementation(rp1210, vendor, DllInstalled, &name, error)) return false;
   const std::string vendor_path = windows + "\\" + name + ".ini";
   IniFile vendor_ini;
   if (!IniFile::Load(vendor_path, &vendor_ini)) {
@@ -53,8 +64,8 @@ bool FindDriver(const std::string& vendor, int device_id, std::string* dll, std:
     return false;
   }
   *dll = name + ".dll";
-  *description = *dll + " (" + vendor_ini.Get("VendorInformation", "Name") + ", " +
-                 vendor_ini.Get(device, "DeviceDescription") + ")";
+  *about = " (" + vendor_ini.Get("VendorInformation", "Name") + ", " +
+           vendor_ini.Get(device, "DeviceDescription") + ")";
   return true;
 }
 
@@ -64,8 +75,8 @@ bool LoadRp1210Library(const std::string& library, const std::string& vendor, in
                        const char* /*program_path*/, Rp1210Api* api, LoadedLibrary* loaded,
                        std::string* error) {
   std::string dll = library;
-  std::string description = library;
-  if (dll.empty() && !FindDriver(vendor, device_id, &dll, &description, error)) return false;
+  std::string about;
+  if (dll.empty() && !FindDriver(vendor, device_id, &dll, &about, error)) return false;
   HMODULE module = LoadLibraryA(dll.c_str());
   if (module == nullptr) {
     *error = "cannot load " + dll + " (error " + std::to_string(GetLastError()) + ")";
@@ -94,8 +105,12 @@ bool LoadRp1210Library(const std::string& library, const std::string& vendor, in
     *error = dll + " does not export" + missing;
     return false;
   }
+  // Where the loader found it, which is what a user checking an
+  // installation wants to see.
+  char path[MAX_PATH];
+  const DWORD size = GetModuleFileNameA(module, path, MAX_PATH);
   loaded->handle = module;
-  loaded->description = description;
+  loaded->description = (size > 0 && size < MAX_PATH ? std::string(path, size) : dll) + about;
   return true;
 }
 

@@ -1,6 +1,8 @@
 // The files a QVRP32_ROOT needs for the library to find this adapter: the
 // port link, the registry entries that name its variant, and the two INI
-// files (only when absent, so a test's own settings survive).
+// files (only when absent, so a test's own settings survive). The vendor
+// file is the shipped one, so clients that read its device and protocol
+// sections find what an installed driver offers.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,6 +14,9 @@
 #include "qvsim/simulator.h"
 
 namespace qvsim {
+
+extern const char kShippedVendorIni[];  // dist/QVRP32.ini, compiled in
+
 namespace {
 
 bool MakeDirs(const std::string& path) {
@@ -72,17 +77,7 @@ bool Simulator::PrepareRoot(const std::string& root_dir, int com_number, Prepare
   const bool write_vendor = !Exists(vendor_ini);
   if (write_vendor &&
       (!MakeDirs(root_dir + "/Windows") ||
-       !WriteText(vendor_ini,
-                  "[VendorInformation]\n"
-                  "Name=QV Vehicle Communication Adapter (simulated)\n"
-                  "Version=1.2.3\n"
-                  "RP1210=C\n"
-                  "DebugFile=C:\\ProgramData\\QV\\log\\QVRP1210_log.txt\n"
-                  "Devices=1\n"
-                  "Protocols=1,2,3,4,5\n\n"
-                  "[DeviceInformation1]\n"
-                  "DeviceID=1\n"
-                  "DeviceName=QV--VCI\n")))
+       !WriteText(vendor_ini, kShippedVendorIni)))
     return false;
   done.ini_files.push_back({vendor_ini, write_vendor});
 
