@@ -33,17 +33,15 @@ int16_t SendMessageAndWait(const uint8_t* payload, int32_t length, uint16_t clie
 }
 
 // Which protocol client `slot` sends under; 0 when a mixed pair skips the
-// message silently. *as_j1939 is set for ISO15765 of the second client on a
-// J1939 link.
+// message silently. *as_j1939 is set for every ISO15765 message of the
+// second client: the adapter's one channel carries it as J1939 PGN 0xDA00.
 uint8_t SelectProtocol(int slot, const uint8_t* message, int32_t n, bool* as_j1939) {
-  *as_j1939 = false;
   const uint8_t own = g_state.slots[slot].protocol_id;
+  *as_j1939 = slot == 2 && own == kProtocolIso15765;
   if (slot == 1) return own;
   const uint8_t link = g_state.slots[1].protocol_id;
   if (own == link) return own;
-  if (link == kProtocolJ1939 && own == kProtocolIso15765 && n > 2 &&
-      message[2] == kIsoOverJ1939Pdu) {
-    *as_j1939 = true;
+  if (link == kProtocolJ1939 && *as_j1939 && n > 2 && message[2] == kIsoOverJ1939Pdu) {
     return own;
   }
   return 0;
