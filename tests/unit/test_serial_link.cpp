@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <stdlib.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -38,12 +39,20 @@ class PtyPeer {
     std::filesystem::create_symlink(ptsname(master_), link);
   }
   ~PtyPeer() { HangUp(); }
-  void Write(const Bytes& bytes) {
+  // One byte a millisecond when `trickle`, so that reads bring single bytes.
+  void Write(const Bytes& bytes, bool trickle = false) {
     for (size_t done = 0; done < bytes.size();) {
-      const ssize_t n = write(master_, bytes.data() + done, bytes.size() - done);
+      const ssize_t n = write(master_, bytes.data() + done, trickle ? 1 : bytes.size() - done);
       ASSERT_GT(n, 0);
       done += static_cast<size_t>(n);
+      if (trickle) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
+  }
+  // The line as the library set it (a pty's master reports its slave's).
+  termios Line() const {
+    termios tio = {};
+    tcgetattr(master_, &tio);
+    return tio;
   }
   Bytes Read(size_t want, int timeout_ms) {
     Bytes got;
@@ -88,8 +97,8 @@ uint32_t TimedClose() {
   return qv::MillisecondCounter() - start;
 }
 
-// Each format both ways; then a close of the silent link is prompt, and a
-// second close is harmless.
+// Each format both ways (one of them a byte at a time); then a close of
+// the silent link is prompt, and a second close is harmless.
 TEST(SerialLink, CarriesFramesBothWaysInEveryFormatAndClosesPromptly) {
   qvtest::TestRoot root;
   PtyPeer adapter(root);
@@ -98,6 +107,13 @@ TEST(SerialLink, CarriesFramesBothWaysInEveryFormatAndClosesPromptly) {
     g_frame_format = format;
     ResetReceiveState();
     ASSERT_EQ(OpenAdapterPort("COM7"), 1);
+    const termios line = adapter.Line();  // raw 115200 8N1, no flow control
+    EXPECT_EQ(cfgetispeed(&line), static_cast<speed_t>(B115200));
+    EXPECT_EQ(cfgetospeed(&line), static_cast<speed_t>(B115200));
+    EXPECT_EQ(line.c_cflag & (CSIZE | PARENB | CSTOPB | CRTSCTS), static_cast<tcflag_t>(CS8));
+    EXPECT_EQ(line.c_iflag & (IXON | IXOFF | ICRNL), 0u);
+    EXPECT_EQ(line.c_lflag & (ICANON | ECHO), 0u);
+    EXPECT_EQ(line.c_cc[VMIN] + line.c_cc[VTIME], 0);
     const Bytes request = {0x96, 0x00, 0x01};
     const Bytes message = {0x97, 0x02, 0x01, 0x00, 0x04, 0xF0};
     ASSERT_EQ(SendAdapterFrame(request.data(), 3), 1);
@@ -105,7 +121,7 @@ TEST(SerialLink, CarriesFramesBothWaysInEveryFormatAndClosesPromptly) {
     Bytes both = Frame(request, format);
     const Bytes second = Frame(message, format);
     both.insert(both.end(), second.begin(), second.end());
-    adapter.Write(both);
+    adapter.Write(both, format == 2);
     WaitUntil([] { return !g_reply_queue.Empty() && !g_message_queue.Empty(); }, 1000);
     uint8_t taken[64];
     ASSERT_EQ(g_reply_queue.Take(taken, sizeof taken), 3);
@@ -209,9 +225,11 @@ TEST(SerialLink, RefusesPortsThatAreMissingOrNotPlainComNames) {
   qvtest::TestRoot root;
   PtyPeer adapter(root);  // a working COM7 that the odd names below lead to
   root.WriteFile("C:\\dosdevices\\com9", "not a tty");
+  const size_t baseline = OpenDescriptors();
   for (const char* name : {"COM8", "COM9", "", "../dosdevices/COM7", "COM7/"}) {
     EXPECT_EQ(OpenAdapterPort(name), 0) << name;
     EXPECT_FALSE(PortIsOpen()) << name;
+    EXPECT_EQ(OpenDescriptors(), baseline) << name << ": a refused open leaked";
   }
   EXPECT_EQ(OpenAdapterPort("com7"), 1) << "the device name is matched in lower case";
   CloseAdapterPort();
