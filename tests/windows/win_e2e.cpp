@@ -14,33 +14,22 @@
 
 namespace {
 
-struct Api {
-  decltype(&RP1210_ClientConnect) ClientConnect;
-  decltype(&RP1210_ClientDisconnect) ClientDisconnect;
-  decltype(&RP1210_SendMessage) SendMessage;
-  decltype(&RP1210_ReadMessage) ReadMessage;
-  decltype(&RP1210_SendCommand) SendCommand;
-  decltype(&RP1210_ReadVersion) ReadVersion;
-  decltype(&RP1210_GetErrorMsg) GetErrorMsg;
-  decltype(&RP1210_GetHardwareStatus) GetHardwareStatus;
-  decltype(&RP1210_ReadDetailedVersion) ReadDetailedVersion;
-  decltype(&RP1210_GetLastErrorMsg) GetLastErrorMsg;
-  decltype(&RP1210_Ioctl) Ioctl;
-  decltype(&RP1210_ReadSerialNumber) ReadSerialNumber;
-};
+// Every export in ordinal order: its name and the field of Api it fills.
+#define QV_EXPORTS(X)                                                                   \
+  X(ClientConnect, "RP1210_ClientConnect") X(ClientDisconnect, "RP1210_ClientDisconnect") \
+  X(SendMessage, "RP1210_SendMessage") X(ReadMessage, "RP1210_ReadMessage")              \
+  X(SendCommand, "RP1210_SendCommand") X(ReadVersion, "RP1210_ReadVersion")              \
+  X(GetErrorMsg, "RP1210_GetErrorMsg") X(GetHardwareStatus, "RP1210_GetHardwareStatus")  \
+  X(ReadDetailedVersion, "RP1210_ReadDetailedVersion")                                   \
+  X(GetLastErrorMsg, "RP1210_GetLastErrorMsg") X(Ioctl, "RP1210_Ioctl")                  \
+  X(ReadSerialNumber, "_RP1210_ReadSerialNumber@8")
 
-struct Export {
-  const char* name;
-  int ordinal;
+struct Api {
+#define QV_FIELD(field, name) decltype(&RP1210_##field) field;
+  QV_EXPORTS(QV_FIELD)
 };
-const Export kExports[] = {
-    {"RP1210_ClientConnect", 1},      {"RP1210_ClientDisconnect", 2},
-    {"RP1210_SendMessage", 3},        {"RP1210_ReadMessage", 4},
-    {"RP1210_SendCommand", 5},        {"RP1210_ReadVersion", 6},
-    {"RP1210_GetErrorMsg", 7},        {"RP1210_GetHardwareStatus", 8},
-    {"RP1210_ReadDetailedVersion", 9}, {"RP1210_GetLastErrorMsg", 10},
-    {"RP1210_Ioctl", 11},             {"_RP1210_ReadSerialNumber@8", 12},
-};
+#define QV_NAME(field, name) name,
+const char* const kExportNames[] = {QV_EXPORTS(QV_NAME)};
 
 int g_passed = 0;
 int g_failed = 0;
@@ -58,17 +47,17 @@ void Report(const char* scenario, bool ok, const std::string& detail = "") {
 
 std::string Num(long value) { return std::to_string(value); }
 
-// Api holds the twelve pointers in the order of kExports.
+// Api holds the twelve pointers in ordinal order.
 static_assert(sizeof(Api) == 12 * sizeof(FARPROC), "one pointer per export");
 
 bool ResolveAll(HMODULE dll, Api* api, std::string* detail) {
   FARPROC procs[12];
   for (int i = 0; i < 12; ++i) {
-    FARPROC by_name = GetProcAddress(dll, kExports[i].name);
-    FARPROC by_ordinal = GetProcAddress(dll, MAKEINTRESOURCEA(kExports[i].ordinal));
+    FARPROC by_name = GetProcAddress(dll, kExportNames[i]);
+    FARPROC by_ordinal = GetProcAddress(dll, MAKEINTRESOURCEA(i + 1));
     if (!by_name || by_name != by_ordinal) {
-      *detail = std::string(kExports[i].name) + " by name " + (by_name ? "found" : "missing") +
-                ", ordinal " + Num(kExports[i].ordinal) + (by_ordinal == by_name ? " same" : " differs");
+      *detail = std::string(kExportNames[i]) + " by name " + (by_name ? "found" : "missing") +
+                ", ordinal " + Num(i + 1) + (by_ordinal == by_name ? " same" : " differs");
       return false;
     }
     procs[i] = by_name;
