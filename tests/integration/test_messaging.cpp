@@ -73,6 +73,7 @@ TEST(SendMessage, PayloadsOnTheWire) {
     Bytes message;
     Bytes payload;       // empty: nothing may reach the adapter
     int j1708_mode;      // Set_J1708_Mode first; -1: left at its default
+    short result = 0;
   } rows[] = {
       {"CAN", nullptr, 1, {0x00, 0x07, 0xE0, 0x02, 0x10, 0x01},
        {0x93, 0x01, 0x01, 0x00, 0x00, 0x00, 0x07, 0xE0, 0x02, 0x10, 0x01}, -1},
@@ -88,6 +89,7 @@ TEST(SendMessage, PayloadsOnTheWire) {
       {"J1939", "ISO15765", 2, iso_da,
        {0x93, 0x02, 0x01, 0x00, 0xDA, 0x00, 0x06, 0x3D, 0xF1, 0x02, 0x10, 0x03}, -1},
       {"J1939", "ISO15765", 2, iso, {}, -1},
+      {"J1939", "ISO15765", 2, {0x00, 0x18, 0xDA}, {}, -1, 141},  // carried, so checked
       {"J1939", "CAN", 2, {0x00, 0x07, 0xE0, 0x02, 0x10, 0x01}, {}, -1},
   };
   for (const Row& row : rows) {
@@ -102,7 +104,7 @@ TEST(SendMessage, PayloadsOnTheWire) {
       ASSERT_EQ(Command(h, RP1210_Set_J1708_Mode, 1, {static_cast<uint8_t>(row.j1708_mode)}), 0);
     }
     h.sim().ClearReceived();
-    EXPECT_EQ(Send(h, row.sender, row.message), 0);
+    EXPECT_EQ(Send(h, row.sender, row.message), row.result);
     const std::vector<Bytes> sent = WithCode(h.sim().Received(), 0x93);
     EXPECT_EQ(sent, row.payload.empty() ? std::vector<Bytes>{} : std::vector<Bytes>{row.payload});
   }
