@@ -1,7 +1,9 @@
 // Sending and reading vehicle messages against the simulated adapter: the
 // bytes on the wire, the layouts readers get, echo order, sharing between
 // two clients, blocking reads and their limits, and the trace lines.
+#include <sys/mman.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -108,6 +110,35 @@ TEST(SendMessage, PayloadsOnTheWire) {
     const std::vector<Bytes> sent = WithCode(h.sim().Received(), 0x93);
     EXPECT_EQ(sent, row.payload.empty() ? std::vector<Bytes>{} : std::vector<Bytes>{row.payload});
   }
+}
+
+// Short messages end right before an unreadable page: reading one byte
+// past the caller's n bytes faults.
+TEST(SendMessage, ShortMessagesAreReadNoFurtherThanTheirSize) {
+  const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  auto* pages = static_cast<uint8_t*>(
+      mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+  ASSERT_NE(pages, MAP_FAILED);
+  ASSERT_EQ(mprotect(pages + page, page, PROT_NONE), 0);
+  std::memset(pages, 0xDA, page);
+  struct Row {
+    const char* first;
+    const char* second;
+    short sender, n, result;
+  } rows[] = {{"J1939", "ISO15765", 2, 2, 0}, {"CAN", nullptr, 1, 0, 141},
+              {"CAN", nullptr, 1, 4, 141},    {"ISO15765", nullptr, 1, 0, 141},
+              {"J1708", nullptr, 1, 1, 144},  {"J1708", nullptr, 1, 0, 144}};
+  for (const Row& row : rows) {
+    SCOPED_TRACE(std::string(row.first) + " n " + std::to_string(row.n));
+    Harness h;
+    ASSERT_EQ(h.Connect(row.first), 1);
+    if (row.second) {
+      ASSERT_EQ(h.Connect(row.second), 2);
+    }
+    char* message = reinterpret_cast<char*>(pages + page - row.n);
+    EXPECT_EQ(h.lib().SendMessage(row.sender, message, row.n, 0, 0), row.result);
+  }
+  munmap(pages, 2 * page);
 }
 
 TEST(SendMessage, RefusalsBeforeAnythingIsSent) {
