@@ -91,7 +91,7 @@ run_program() {  # label, program options...
 }
 
 for format in 0 1 2; do
-  if start_simulator "$format" --traffic vehicle; then
+  if start_simulator "$format" --traffic vehicle --loopback; then
     run_program "FrameFormat $format" --firmware "$firmware_seen" --serial "$serial"
   else
     failed=$((failed + 1))

@@ -1,5 +1,6 @@
 // RP1210_GetHardwareStatus: one 0x90 status request to the adapter, turned
 // into the 24-byte status record.
+#include <algorithm>
 #include <cstring>
 
 #include "api/library_state.h"
@@ -38,10 +39,8 @@ void RebuildStatusRecord(const uint8_t* reply, int32_t length) {
 int16_t RequestHardwareStatus(short client_id, char* info, short info_size) {
   if (!SessionIsReady()) return ERR_CLIENT_DISCONNECTED;
   if (FindClientSlot(client_id) == 0) return ERR_INVALID_CLIENT_ID;
-  // A buffer that cannot take the whole record is refused before anything
-  // is sent: a partial record would read as a valid but wrong status.
   if (info == nullptr) return ERR_NULL_PARAMETER;
-  if (info_size < kStatusRecordSize) return ERR_NOT_ENOUGH_MEMORY;
+  if (info_size <= 0) return ERR_NOT_ENOUGH_MEMORY;
 
   // The adapter has one channel: the request always names the first client's.
   const uint8_t request[4] = {link::kCmdInformation, g_state.slots[1].protocol_id,
@@ -55,7 +54,9 @@ int16_t RequestHardwareStatus(short client_id, char* info, short info_size) {
   if (length <= 0) return ERR_HARDWARE_NOT_RESPONDING;
   // The adapter's error reply for 0x90 is read the same way as a status.
   RebuildStatusRecord(reply, length);
-  std::memcpy(info, g_status_record, sizeof g_status_record);
+  // Clients commonly pass 16 or 18 bytes: they get the record's first bytes.
+  const int copied = std::min<int>(info_size, kStatusRecordSize);
+  std::memcpy(info, g_status_record, static_cast<size_t>(copied));
   return NO_ERRORS;
 }
 
@@ -64,7 +65,8 @@ int16_t RequestHardwareStatus(short client_id, char* info, short info_size) {
 
 // Every call waits for the reply; the block-on-request flag changes nothing.
 // The caller's buffer is zeroed over its stated size first, so a failed call
-// leaves no stale status behind. Null or short buffers give 601 or 133.
+// leaves no stale status behind. A null buffer gives 601, a size of 0 or
+// less 133; a buffer shorter than the record gets its first bytes.
 short RP1210_CALL RP1210_GetHardwareStatus(short nClientID, char* fpchClientInfo,
                                            short nInfoSize, short /*nBlockOnRequest*/) {
   using namespace qv;

@@ -17,6 +17,7 @@ uint8_t g_frame_buffer[kFrameBufferSize];
 bool WriteChunkToPort(const uint8_t* data, uint32_t length) {
   if (platform::WriteSerialChunk(data, length) == platform::ChunkResult::kFatal) {
     SetPortOpenFlag(0);  // the port is gone: every later send fails at once
+    LinkWakeSignal().Raise();  // and a blocked read learns it now
     return false;
   }
   return true;

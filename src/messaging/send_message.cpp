@@ -33,19 +33,13 @@ int16_t SendMessageAndWait(const uint8_t* payload, int32_t length, uint16_t clie
 }
 
 // Which protocol client `slot` sends under; 0 when a mixed pair skips the
-// message silently. *as_j1939 is set for ISO15765 of the second client on a
-// J1939 link.
-uint8_t SelectProtocol(int slot, const uint8_t* message, int32_t n, bool* as_j1939) {
-  *as_j1939 = false;
+// message silently. Of the mixed pairs only ISO15765 on a J1939 link is
+// carried, and only for PDU format 0xDA.
+uint8_t SelectProtocol(int slot, const uint8_t* message, int32_t n, bool as_j1939) {
   const uint8_t own = g_state.slots[slot].protocol_id;
-  if (slot == 1) return own;
   const uint8_t link = g_state.slots[1].protocol_id;
   if (own == link) return own;
-  if (link == kProtocolJ1939 && own == kProtocolIso15765 && n > 2 &&
-      message[2] == kIsoOverJ1939Pdu) {
-    *as_j1939 = true;
-    return own;
-  }
+  if (link == kProtocolJ1939 && as_j1939 && n > 2 && message[2] == kIsoOverJ1939Pdu) return own;
   return 0;
 }
 
@@ -55,8 +49,10 @@ int16_t Send(int16_t client_id, const uint8_t* message, int32_t n) {
   if (slot == 0) return ERR_INVALID_CLIENT_ID;
   if (message == nullptr) return ERR_NULL_PARAMETER;
 
-  bool as_j1939 = false;
-  const uint8_t protocol = SelectProtocol(slot, message, n, &as_j1939);
+  // The adapter's one channel carries every ISO15765 message of the second
+  // client as J1939 PGN 0xDA00.
+  const bool as_j1939 = slot == 2 && g_state.slots[2].protocol_id == kProtocolIso15765;
+  const uint8_t protocol = SelectProtocol(slot, message, n, as_j1939);
   if (protocol == 0) return NO_ERRORS;  // the adapter's one channel cannot carry it
 
   TransmitRequest request = {protocol, as_j1939, g_state.slots[slot].j1708_checksum_mode,

@@ -12,19 +12,21 @@ namespace {
 constexpr int32_t kHeader = 3;
 
 int16_t BuildCan(const uint8_t* m, int32_t n, uint8_t* body, int32_t* body_length) {
-  const bool extended = (m[0] & 1) != 0;
-  if (extended) {
+  // A standard message of 5 bytes is the shortest of either kind; the type
+  // byte is read only after this.
+  if (n < 5) return ERR_MESSAGE_TOO_LONG;
+  if ((m[0] & 1) != 0) {
     if (n < 7 || n > 14) return ERR_MESSAGE_TOO_LONG;
     body[0] = 0x01;
     std::memcpy(body + 1, m + 1, static_cast<size_t>(n - 1));
     *body_length = n;
-  } else {
-    if (n < 5 || n > 12) return ERR_MESSAGE_TOO_LONG;
-    // Three zero bytes widen the 11-bit identifier to four bytes.
-    body[0] = body[1] = body[2] = 0x00;
-    std::memcpy(body + 3, m + 1, static_cast<size_t>(n - 1));
-    *body_length = n + 2;
+    return NO_ERRORS;
   }
+  if (n > 12) return ERR_MESSAGE_TOO_LONG;
+  // Three zero bytes widen the 11-bit identifier to four bytes.
+  body[0] = body[1] = body[2] = 0x00;
+  std::memcpy(body + 3, m + 1, static_cast<size_t>(n - 1));
+  *body_length = n + 2;
   return NO_ERRORS;
 }
 
@@ -74,7 +76,7 @@ int16_t BuildTransmitPayload(const TransmitRequest& r, uint8_t* payload, int32_t
   switch (r.protocol_id) {
     case kProtocolCan:
     case kProtocolJ2284:
-      result = r.n < 1 ? ERR_MESSAGE_TOO_LONG : BuildCan(r.message, r.n, body, &body_length);
+      result = BuildCan(r.message, r.n, body, &body_length);
       break;
     case kProtocolJ1939:
       if (r.n < 7 || r.n > 1791) return ERR_MESSAGE_TOO_LONG;

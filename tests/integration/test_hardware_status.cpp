@@ -1,8 +1,13 @@
 // RP1210_Ioctl refusals and RP1210_GetHardwareStatus: the 0x90 status
 // request, the record built from its reply, and what a caller's buffer
-// holds after every kind of call.
+// holds after every kind of call; and what calls return once the adapter
+// is unplugged.
+#include <time.h>
+
+#include <chrono>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -12,6 +17,11 @@
 namespace {
 
 using namespace qvtest;
+
+short Send(Harness& h, Bytes message) {
+  return h.lib().SendMessage(1, reinterpret_cast<char*>(message.data()),
+                             static_cast<short>(message.size()), 0, 0);
+}
 
 TEST(Ioctl, EveryRequestIsRefused) {
   Harness h;
@@ -45,83 +55,97 @@ TEST(Ioctl, EveryRequestIsRefused) {
   EXPECT_TRUE(Contains(log, "] RP1210_Ioctl(0,1, , ):(129:ERR_INVALID_CLIENT_ID)"));
 }
 
-TEST(HardwareStatus, RecordFromTheReply) {
-  Harness h;
-  ASSERT_EQ(h.Connect("J1939"), 1);
-  ASSERT_EQ(h.Connect("CAN"), 2);
-
-  struct Row {
-    const char* what;
-    uint8_t status[5];  // reply bytes 4-8
-    short client;
-    short block;
-    uint8_t record[8];  // the record's first 8 bytes; the other 16 are zero
-  };
-  const Row rows[] = {
-      {"J1939 channel", {0x01, 0x00, 0x02, 0x05, 0x06}, 1, 1, {1, 0, 0, 0, 0, 0, 0x05, 0x06}},
-      {"no data link", {0x01, 0x00, 0x00, 0x05, 0x06}, 1, 1, {1, 0, 0, 0, 0, 0, 0, 0}},
-      {"unknown data link", {0x07, 0x08, 0x09, 0x05, 0x06}, 1, 0, {7, 8, 0, 0, 0, 0, 0, 0}},
-      {"J1708", {0xFF, 0xFE, 0x05, 0xAB, 0xCD}, 2, -3, {0xFF, 0xFE, 0, 0, 0, 0, 0xAB, 0xCD}},
-      {"CAN", {0x00, 0x00, 0x01, 0x11, 0x22}, 2, 0, {0, 0, 0, 0, 0, 0, 0x11, 0x22}},
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.what);
-    qvsim::Config config = h.sim().CurrentConfig();
-    std::memcpy(config.status, row.status, sizeof config.status);
-    h.sim().Configure(config);
-    h.sim().ClearReceived();
-
-    char info[40];
-    std::memset(info, 0x5A, sizeof info);
-    EXPECT_EQ(h.lib().GetHardwareStatus(row.client, info, sizeof info, row.block), 0);
-    for (int i = 0; i < 8; ++i) EXPECT_EQ(static_cast<uint8_t>(info[i]), row.record[i]) << i;
-    // Zeroed over the whole stated size, past the record too.
-    for (size_t i = 8; i < sizeof info; ++i) EXPECT_EQ(info[i], 0) << i;
-
-    // Whoever asks, the request names the first client's channel.
-    const std::vector<Bytes> sent = WithCode(h.sim().Received(), 0x90);
-    ASSERT_EQ(sent.size(), 1u);
-    EXPECT_EQ(sent[0], (Bytes{0x90, 0x02, 0x01, 0x01}));
-  }
-}
-
-TEST(HardwareStatus, BuffersAndRefusals) {
+// The record from the reply's bytes 4-8, and what the caller's buffer holds
+// after every kind of call: zeroed over its stated size whatever the
+// result, the record's first bytes on success, nothing past the size.
+TEST(HardwareStatus, RecordBuffersAndRefusals) {
   Harness h;
   char before[30];
   std::memset(before, 0x5A, sizeof before);
   EXPECT_EQ(h.lib().GetHardwareStatus(1, before, 24, 1), 148);
-  for (int i = 0; i < 24; ++i) ASSERT_EQ(before[i], 0) << i;
-  EXPECT_EQ(before[24], 0x5A);
-
+  for (int i = 0; i < 30; ++i) ASSERT_EQ(before[i], i < 24 ? 0 : 0x5A) << i;
   ASSERT_EQ(h.Connect("J1939"), 1);
-  h.sim().ClearReceived();
+  ASSERT_EQ(h.Connect("CAN"), 2);
+
   struct Row {
-    const char* what;
-    short client;
+    uint8_t status[5];  // reply bytes 4-8
+    short client, block, size;
     bool null_ptr;
-    short size;
     short result;
-  };
-  const Row rows[] = {
-      {"client 0", 0, false, 24, 129},
-      {"client 2 not connected", 2, false, 24, 129},
-      {"null buffer", 1, true, 24, 601},
-      {"short buffer", 1, false, 23, 133},
-      {"size 0", 1, false, 0, 133},
-      {"negative size", 1, false, -24, 133},
+    uint8_t record[8];  // the record's first 8 bytes; the other 16 are zero
+  } rows[] = {
+      {{0x01, 0x00, 0x02, 0x05, 0x06}, 1, 1, 40, false, 0, {1, 0, 0, 0, 0, 0, 0x05, 0x06}},
+      {{0x01, 0x00, 0x00, 0x05, 0x06}, 1, 1, 40, false, 0, {1, 0, 0, 0, 0, 0, 0, 0}},
+      {{0x07, 0x08, 0x09, 0x05, 0x06}, 1, 0, 24, false, 0, {7, 8, 0, 0, 0, 0, 0, 0}},
+      {{0xFF, 0xFE, 0x05, 0xAB, 0xCD}, 2, -3, 24, false, 0, {0xFF, 0xFE, 0, 0, 0, 0, 0xAB, 0xCD}},
+      {{0x00, 0x00, 0x01, 0x11, 0x22}, 2, 0, 24, false, 0, {0, 0, 0, 0, 0, 0, 0x11, 0x22}},
+      // Short buffers, as many clients pass, get the record's first bytes.
+      {{0x01, 0x00, 0x02, 0x05, 0x06}, 1, 1, 16, false, 0, {1, 0, 0, 0, 0, 0, 0x05, 0x06}},
+      {{0x01, 0x00, 0x02, 0x05, 0x06}, 1, 1, 23, false, 0, {1, 0, 0, 0, 0, 0, 0x05, 0x06}},
+      {{0x01, 0x00, 0x02, 0x05, 0x06}, 1, 1, 7, false, 0, {1, 0, 0, 0, 0, 0, 0x05, 0x06}},
+      {{0x01, 0x00, 0x02, 0x05, 0x06}, 1, 1, 1, false, 0, {1, 0, 0, 0, 0, 0, 0x05, 0x06}},
+      {{0x01, 0x00, 0x02, 0x05, 0x06}, 1, 1, 0, false, 133, {}},
+      {{0x01, 0x00, 0x02, 0x05, 0x06}, 1, 1, -24, false, 133, {}},
+      {{0x01, 0x00, 0x02, 0x05, 0x06}, 1, 1, 24, true, 601, {}},
+      {{0x01, 0x00, 0x02, 0x05, 0x06}, 0, 1, 24, false, 129, {}},
+      {{0x01, 0x00, 0x02, 0x05, 0x06}, 3, 1, 24, false, 129, {}},
   };
   for (const Row& row : rows) {
-    SCOPED_TRACE(row.what);
-    char info[30];
+    SCOPED_TRACE("client " + std::to_string(row.client) + " size " + std::to_string(row.size) +
+                 " status byte 6 " + std::to_string(row.status[2]));
+    qvsim::Config config = h.sim().CurrentConfig();
+    std::memcpy(config.status, row.status, sizeof config.status);
+    h.sim().Configure(config);
+    h.sim().ClearReceived();
+    char info[40];
     std::memset(info, 0x5A, sizeof info);
-    EXPECT_EQ(h.lib().GetHardwareStatus(row.client, row.null_ptr ? nullptr : info, row.size, 1),
-              row.result);
-    const int zeroed = row.null_ptr || row.size < 0 ? 0 : row.size;
+    EXPECT_EQ(h.lib().GetHardwareStatus(row.client, row.null_ptr ? nullptr : info, row.size,
+                                        row.block), row.result);
+    const int written = row.null_ptr || row.size < 0 ? 0 : row.size;
     for (int i = 0; i < static_cast<int>(sizeof info); ++i) {
-      ASSERT_EQ(info[i], i < zeroed ? 0 : 0x5A) << i;
+      const int want = i >= written ? 0x5A : row.result == 0 && i < 8 ? row.record[i] : 0;
+      ASSERT_EQ(static_cast<uint8_t>(info[i]), want) << i;
     }
+    // Whoever asks, the request names the first client's channel.
+    const std::vector<Bytes> sent = WithCode(h.sim().Received(), 0x90);
+    const std::vector<Bytes> request = {{0x90, 0x02, 0x01, 0x01}};
+    EXPECT_EQ(sent, row.result == 0 ? request : std::vector<Bytes>());
   }
-  EXPECT_TRUE(WithCode(h.sim().Received(), 0x90).empty());
+}
+
+// Unplugged: the line hangs up, but only the next write finds the device
+// gone. That call fails at once as a failed send; later calls find no
+// session. Meanwhile the reader thread idles.
+TEST(Unplug, FirstCallFailsItsWriteLaterCallsFindNoSession) {
+  struct Row {
+    const char* call;
+    short first;
+  } rows[] = {{"SendMessage", 159}, {"SendCommand", 159}, {"GetHardwareStatus", 142}};
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.call);
+    Harness h;
+    ASSERT_EQ(h.Connect("J1939"), 1);
+    h.sim().HangUp();
+    timespec cpu_start, cpu_end;
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &cpu_start);
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &cpu_end);
+    EXPECT_LT((cpu_end.tv_sec - cpu_start.tv_sec) * 1000 +
+                  (cpu_end.tv_nsec - cpu_start.tv_nsec) / 1000000, 60)
+        << "milliseconds of CPU in 300 ms hung up";
+    auto call = [&] {
+      Bytes message = {0x00, 0xEA, 0x00, 0x06, 0xF9, 0xFF, 0xE5};
+      char info[24];
+      const std::string name = row.call;
+      if (name == "SendMessage") return Send(h, message);
+      if (name == "SendCommand") return Command(h, RP1210_Set_All_Filters_States_to_Pass, 1);
+      return h.lib().GetHardwareStatus(1, info, sizeof info, 1);
+    };
+    const auto start = Clock::now();
+    EXPECT_EQ(call(), row.first);
+    EXPECT_LT(MsSince(start), 1000) << "the failed write was not seen at once";
+    EXPECT_EQ(call(), 148);
+  }
 }
 
 // The adapter's error reply to the request is still an answer; silence is not.

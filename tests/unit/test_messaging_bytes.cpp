@@ -3,6 +3,7 @@
 // match and the per-client receive queue.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -31,41 +32,49 @@ struct TransmitRow {
   uint8_t j1708_mode;
   Bytes message;
   int16_t result;
-  Bytes payload;  // checked when result is 0
+  Bytes payload;  // checked when result is 0 and not empty
 };
 
 TEST(TransmitPayload, WireBytesAndRangeChecks) {
+  const Bytes mid_data = {0x08, 0x80, 0x54, 0x99};
   const TransmitRow rows[] = {
       {"CAN standard, 5 bytes", kProtocolCan, false, 1, {0x00, 0x07, 0xE0, 0xAA, 0xBB}, 0,
        {0x93, 0x01, 0x01, 0x00, 0x00, 0x00, 0x07, 0xE0, 0xAA, 0xBB}},
       {"CAN standard, 4 bytes", kProtocolCan, false, 1, {0x00, 0x07, 0xE0, 0xAA}, 141, {}},
+      {"CAN standard, 12 bytes", kProtocolCan, false, 1, Sequence(12, 0x10), 0, {}},
       {"CAN standard, 13 bytes", kProtocolCan, false, 1, Sequence(13, 0x10), 141, {}},
+      {"CAN, no bytes at all", kProtocolCan, false, 1, {}, 141, {}},
       {"CAN extended, 7 bytes", kProtocolCan, false, 1, {0x01, 0x18, 0xDA, 0xF1, 0x00, 0x11, 0x22},
        0, {0x93, 0x01, 0x01, 0x01, 0x18, 0xDA, 0xF1, 0x00, 0x11, 0x22}},
-      {"CAN extended, other type bits ignored", kProtocolJ2284, false, 1,
+      {"J2284 extended, other type bits ignored", kProtocolJ2284, false, 1,
        {0xFF, 0x18, 0xDA, 0xF1, 0x00, 0x11, 0x22}, 0,
        {0x93, 0x04, 0x01, 0x01, 0x18, 0xDA, 0xF1, 0x00, 0x11, 0x22}},
+      {"CAN extended, 14 bytes", kProtocolCan, false, 1, Sequence(14, 0x01), 0,
+       {0x93, 0x01, 0x01, 0x01, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14}},
       {"CAN extended, 15 bytes", kProtocolCan, false, 1, Sequence(15, 0x01), 141, {}},
       {"CAN extended, 6 bytes", kProtocolCan, false, 1, Sequence(6, 0x01), 141, {}},
       {"J1939 unchanged", kProtocolJ1939, false, 1, {0x00, 0xEA, 0x00, 0x06, 0xF9, 0xFF, 0x00},
        0, {0x93, 0x02, 0x01, 0x00, 0xEA, 0x00, 0x06, 0xF9, 0xFF, 0x00}},
       {"J1939, 6 bytes", kProtocolJ1939, false, 1, Sequence(6), 141, {}},
+      {"J1939, 1791 bytes", kProtocolJ1939, false, 1, Sequence(1791), 0, {}},
       {"J1939, 1792 bytes", kProtocolJ1939, false, 1, Sequence(1792), 141, {}},
       {"ISO15765, first client", kProtocolIso15765, false, 1,
        {0x01, 0x18, 0xDA, 0xF1, 0x00, 0x00, 0x3E}, 0,
        {0x93, 0x03, 0x01, 0x01, 0x18, 0xDA, 0xF1, 0x00, 0x00, 0x3E}},
       {"ISO15765 type 5", kProtocolIso15765, false, 1, {0x05, 0, 0, 0, 0, 0, 0}, 144, {}},
       {"ISO15765 size before type", kProtocolIso15765, false, 1, {0x05, 0, 0, 0, 0, 0}, 141, {}},
+      {"ISO15765, 4102 bytes", kProtocolIso15765, false, 1, Bytes(4102, 4), 0, {}},
       {"ISO15765, 4103 bytes", kProtocolIso15765, false, 1, Bytes(4103, 0), 141, {}},
       {"ISO15765 of the second client as J1939 PGN 0xDA00", kProtocolIso15765, true, 1,
-       {0x01, 0x18, 0xDA, 0xF1, 0x3D, 0x99, 0x02, 0x10, 0x03}, 0,
-       {0x93, 0x02, 0x01, 0x00, 0xDA, 0x00, 0x06, 0x3D, 0xF1, 0x02, 0x10, 0x03}},
-      {"J1708 mode 0: last byte never sent", kProtocolJ1708, false, 0, {0x08, 0x80, 0x54, 0x99},
-       0, {0x93, 0x05, 0x01, 0x00, 0x00, 0x08, 0x80, 0x54}},
-      {"J1708 mode 1: checksum in place of the last byte", kProtocolJ1708, false, 1,
-       {0x08, 0x80, 0x54, 0x99}, 0, {0x93, 0x05, 0x01, 0x00, 0x00, 0x08, 0x80, 0x54, 0x2C}},
+       {0x00, 0x18, 0xDB, 0x33, 0xF9, 0x00, 0x02, 0x10, 0x03}, 0,
+       {0x93, 0x02, 0x01, 0x00, 0xDA, 0x00, 0x06, 0xF9, 0x33, 0x02, 0x10, 0x03}},
+      {"J1708 mode 0: last byte never sent", kProtocolJ1708, false, 0, mid_data, 0,
+       {0x93, 0x05, 0x01, 0x00, 0x00, 0x08, 0x80, 0x54}},
+      {"J1708 mode 1: checksum in place of the last byte", kProtocolJ1708, false, 1, mid_data, 0,
+       {0x93, 0x05, 0x01, 0x00, 0x00, 0x08, 0x80, 0x54, 0x2C}},
       {"J1708 mode 0, 508 bytes", kProtocolJ1708, false, 0, Bytes(508, 1), 0, {}},
       {"J1708 mode 0, 509 bytes", kProtocolJ1708, false, 0, Bytes(509, 1), 141, {}},
+      {"J1708 mode 1, 507 bytes", kProtocolJ1708, false, 1, Sequence(507, 3), 0, {}},
       {"J1708 mode 1, 508 bytes", kProtocolJ1708, false, 1, Bytes(508, 1), 141, {}},
       {"J1708, 1 byte", kProtocolJ1708, false, 1, {0x08}, 144, {}},
       {"protocol 0", 0, false, 1, Sequence(8), 136, {}},
@@ -73,30 +82,40 @@ TEST(TransmitPayload, WireBytesAndRangeChecks) {
   };
   for (const TransmitRow& row : rows) {
     SCOPED_TRACE(row.what);
-    // The message sits at the end of a guarded buffer: nothing past n is read.
-    std::vector<uint8_t> caller(row.message);
-    TransmitRequest request = {row.protocol, row.second_iso, row.j1708_mode, caller.data(),
-                               static_cast<int32_t>(caller.size())};
-    uint8_t payload[kTransmitPayloadSize + 1];
+    const int32_t n = static_cast<int32_t>(row.message.size());
+    TransmitRequest request = {row.protocol, row.second_iso, row.j1708_mode,
+                               n == 0 ? nullptr : row.message.data(), n};
+    // 0xEE marks the bytes the payload must leave alone.
+    uint8_t payload[kTransmitPayloadSize + 4];
     std::memset(payload, 0xEE, sizeof payload);
     int32_t length = -1;
-    EXPECT_EQ(BuildTransmitPayload(request, payload, &length), row.result);
-    EXPECT_EQ(payload[kTransmitPayloadSize], 0xEE);
+    ASSERT_EQ(BuildTransmitPayload(request, payload, &length), row.result);
     if (row.result != 0) {
       EXPECT_EQ(length, 0);
       continue;
     }
+    // Header 3 bytes; CAN standard widens the identifier by 2, J1708 adds
+    // 2 zeros and its checksum but drops the last byte.
+    const int32_t growth = row.protocol == kProtocolJ1708 ? (row.j1708_mode == 1 ? 5 : 4)
+                           : (row.protocol == kProtocolCan && (row.message[0] & 1) == 0) ? 5
+                                                                                          : 3;
+    ASSERT_EQ(length, n + growth);
+    EXPECT_EQ(std::count(payload + length, payload + sizeof payload, 0xEE),
+              static_cast<long>(sizeof payload) - length) << "written past the payload";
     if (!row.payload.empty()) {
       EXPECT_EQ(Bytes(payload, payload + length), row.payload);
     }
-    if (row.protocol == kProtocolJ1708) {
-      const int32_t n = static_cast<int32_t>(caller.size());
-      EXPECT_EQ(length, n + (row.j1708_mode == 1 ? 5 : 4));
-      if (row.j1708_mode == 1) {
-        uint8_t sum = 0;
-        for (int32_t i = 6; i < length; ++i) sum = static_cast<uint8_t>(sum + payload[i]);
-        EXPECT_EQ(sum, 0) << "bytes 6 to the end must sum to 0";
-      }
+    const bool j1708 = row.protocol == kProtocolJ1708;
+    if (j1708 && row.j1708_mode == 1) {
+      uint8_t sum = 0;
+      for (int32_t i = 6; i < length; ++i) sum = static_cast<uint8_t>(sum + payload[i]);
+      EXPECT_EQ(sum, 0) << "bytes 6 to the end must sum to 0";
+    }
+    if (row.payload.empty()) {
+      // The long rows: the body ends with the caller's bytes unchanged.
+      const Bytes sent(row.message.begin() + (j1708 ? 0 : 1), row.message.end() - (j1708 ? 1 : 0));
+      const uint8_t* end = payload + length - (j1708 && row.j1708_mode == 1 ? 1 : 0);
+      EXPECT_EQ(Bytes(end - sent.size(), end), sent);
     }
   }
 }

@@ -14,33 +14,22 @@
 
 namespace {
 
-struct Api {
-  decltype(&RP1210_ClientConnect) ClientConnect;
-  decltype(&RP1210_ClientDisconnect) ClientDisconnect;
-  decltype(&RP1210_SendMessage) SendMessage;
-  decltype(&RP1210_ReadMessage) ReadMessage;
-  decltype(&RP1210_SendCommand) SendCommand;
-  decltype(&RP1210_ReadVersion) ReadVersion;
-  decltype(&RP1210_GetErrorMsg) GetErrorMsg;
-  decltype(&RP1210_GetHardwareStatus) GetHardwareStatus;
-  decltype(&RP1210_ReadDetailedVersion) ReadDetailedVersion;
-  decltype(&RP1210_GetLastErrorMsg) GetLastErrorMsg;
-  decltype(&RP1210_Ioctl) Ioctl;
-  decltype(&RP1210_ReadSerialNumber) ReadSerialNumber;
-};
+// Every export in ordinal order: its name and the field of Api it fills.
+#define QV_EXPORTS(X)                                                                   \
+  X(ClientConnect, "RP1210_ClientConnect") X(ClientDisconnect, "RP1210_ClientDisconnect") \
+  X(SendMessage, "RP1210_SendMessage") X(ReadMessage, "RP1210_ReadMessage")              \
+  X(SendCommand, "RP1210_SendCommand") X(ReadVersion, "RP1210_ReadVersion")              \
+  X(GetErrorMsg, "RP1210_GetErrorMsg") X(GetHardwareStatus, "RP1210_GetHardwareStatus")  \
+  X(ReadDetailedVersion, "RP1210_ReadDetailedVersion")                                   \
+  X(GetLastErrorMsg, "RP1210_GetLastErrorMsg") X(Ioctl, "RP1210_Ioctl")                  \
+  X(ReadSerialNumber, "_RP1210_ReadSerialNumber@8")
 
-struct Export {
-  const char* name;
-  int ordinal;
+struct Api {
+#define QV_FIELD(field, name) decltype(&RP1210_##field) field;
+  QV_EXPORTS(QV_FIELD)
 };
-const Export kExports[] = {
-    {"RP1210_ClientConnect", 1},      {"RP1210_ClientDisconnect", 2},
-    {"RP1210_SendMessage", 3},        {"RP1210_ReadMessage", 4},
-    {"RP1210_SendCommand", 5},        {"RP1210_ReadVersion", 6},
-    {"RP1210_GetErrorMsg", 7},        {"RP1210_GetHardwareStatus", 8},
-    {"RP1210_ReadDetailedVersion", 9}, {"RP1210_GetLastErrorMsg", 10},
-    {"RP1210_Ioctl", 11},             {"_RP1210_ReadSerialNumber@8", 12},
-};
+#define QV_NAME(field, name) name,
+const char* const kExportNames[] = {QV_EXPORTS(QV_NAME)};
 
 int g_passed = 0;
 int g_failed = 0;
@@ -58,30 +47,22 @@ void Report(const char* scenario, bool ok, const std::string& detail = "") {
 
 std::string Num(long value) { return std::to_string(value); }
 
+// Api holds the twelve pointers in ordinal order.
+static_assert(sizeof(Api) == 12 * sizeof(FARPROC), "one pointer per export");
+
 bool ResolveAll(HMODULE dll, Api* api, std::string* detail) {
   FARPROC procs[12];
   for (int i = 0; i < 12; ++i) {
-    FARPROC by_name = GetProcAddress(dll, kExports[i].name);
-    FARPROC by_ordinal = GetProcAddress(dll, MAKEINTRESOURCEA(kExports[i].ordinal));
+    FARPROC by_name = GetProcAddress(dll, kExportNames[i]);
+    FARPROC by_ordinal = GetProcAddress(dll, MAKEINTRESOURCEA(i + 1));
     if (!by_name || by_name != by_ordinal) {
-      *detail = std::string(kExports[i].name) + " by name " + (by_name ? "found" : "missing") +
-                ", ordinal " + Num(kExports[i].ordinal) + (by_ordinal == by_name ? " same" : " differs");
+      *detail = std::string(kExportNames[i]) + " by name " + (by_name ? "found" : "missing") +
+                ", ordinal " + Num(i + 1) + (by_ordinal == by_name ? " same" : " differs");
       return false;
     }
     procs[i] = by_name;
   }
-  api->ClientConnect = reinterpret_cast<decltype(api->ClientConnect)>(reinterpret_cast<void (*)()>(procs[0]));
-  api->ClientDisconnect = reinterpret_cast<decltype(api->ClientDisconnect)>(reinterpret_cast<void (*)()>(procs[1]));
-  api->SendMessage = reinterpret_cast<decltype(api->SendMessage)>(reinterpret_cast<void (*)()>(procs[2]));
-  api->ReadMessage = reinterpret_cast<decltype(api->ReadMessage)>(reinterpret_cast<void (*)()>(procs[3]));
-  api->SendCommand = reinterpret_cast<decltype(api->SendCommand)>(reinterpret_cast<void (*)()>(procs[4]));
-  api->ReadVersion = reinterpret_cast<decltype(api->ReadVersion)>(reinterpret_cast<void (*)()>(procs[5]));
-  api->GetErrorMsg = reinterpret_cast<decltype(api->GetErrorMsg)>(reinterpret_cast<void (*)()>(procs[6]));
-  api->GetHardwareStatus = reinterpret_cast<decltype(api->GetHardwareStatus)>(reinterpret_cast<void (*)()>(procs[7]));
-  api->ReadDetailedVersion = reinterpret_cast<decltype(api->ReadDetailedVersion)>(reinterpret_cast<void (*)()>(procs[8]));
-  api->GetLastErrorMsg = reinterpret_cast<decltype(api->GetLastErrorMsg)>(reinterpret_cast<void (*)()>(procs[9]));
-  api->Ioctl = reinterpret_cast<decltype(api->Ioctl)>(reinterpret_cast<void (*)()>(procs[10]));
-  api->ReadSerialNumber = reinterpret_cast<decltype(api->ReadSerialNumber)>(reinterpret_cast<void (*)()>(procs[11]));
+  std::memcpy(static_cast<void*>(api), procs, sizeof procs);
   return true;
 }
 
@@ -155,13 +136,18 @@ void ConnectedScenarios(const Api& api, const char* firmware, const char* serial
          "battery " + Num(volts) + " speed " + Num(speed_rc) + "=" + speed + " baud " +
              Num(baud_rc) + " ioctl " + Num(ioctl_rc) + " generic " + Num(unsupported));
 
-  char status[24];
-  std::memset(status, 0x77, sizeof status);
-  short st = api.GetHardwareStatus(1, status, sizeof status, 1);
-  const unsigned char want[8] = {0x01, 0x00, 0, 0, 0, 0, 0x05, 0x06};
-  bool status_ok = st == 0 && !std::memcmp(status, want, 8);
-  for (int i = 8; i < 24; ++i) status_ok = status_ok && status[i] == 0;
-  Report("hardware status record", status_ok, "rc " + Num(st));
+  // Whole, and into the 16 bytes many clients pass: the record's first
+  // 16 bytes and nothing past them.
+  const unsigned char record[24] = {0x01, 0x00, 0, 0, 0, 0, 0x05, 0x06};
+  for (int size : {24, 16}) {
+    char status[28];
+    std::memset(status, 0x77, sizeof status);
+    short st = api.GetHardwareStatus(1, status, static_cast<short>(size), 1);
+    bool status_ok = st == 0 && !std::memcmp(status, record, static_cast<size_t>(size));
+    for (int i = size; i < 28; ++i) status_ok = status_ok && status[i] == 0x77;
+    Report(("hardware status record into " + Num(size) + " bytes").c_str(), status_ok,
+           "rc " + Num(st));
+  }
 
   short d2 = api.ClientDisconnect(2);
   short after = api.SendCommand(RP1210_Set_All_Filters_States_to_Pass, 2, none, 0);
@@ -179,6 +165,34 @@ void ConnectedScenarios(const Api& api, const char* firmware, const char* serial
   for (int i = 0; i < 10; ++i) empty = empty && serial[i] == 0;
   Report("first client disconnects, the port closes in time, the serial number is cleared",
          d1 == 0 && waited < 1700 && empty, Num(d1) + " in " + Num(static_cast<long>(waited)) + " ms");
+}
+
+// Two ISO15765 clients: the second one's message goes to the adapter as
+// J1939 PGN 0xDA00, which the simulator's loopback hands to the first.
+void TwoIso15765Clients(const Api& api) {
+  short id1 = api.ClientConnect(nullptr, 1, "ISO15765", 0, 0, 0);
+  short id2 = api.ClientConnect(nullptr, 1, "ISO15765", 0, 0, 0);
+  char none[1] = {};
+  short pass = api.SendCommand(RP1210_Set_All_Filters_States_to_Pass, 1, none, 0);
+  char msg[] = {0x00, 0x18, static_cast<char>(0xDB), 0x33, static_cast<char>(0xF9), 0x00,
+                0x02, 0x10, 0x03};
+  short sent = api.SendMessage(2, msg, sizeof msg, 0, 1);
+  const char body[] = {0x00, static_cast<char>(0xDA), 0x00, 0x06, static_cast<char>(0xF9), 0x33,
+                       0x02, 0x10, 0x03};
+  bool found = false;
+  const DWORD start = GetTickCount();
+  while (!found && GetTickCount() - start < 2000) {
+    char buf[2048];
+    short got = api.ReadMessage(1, buf, sizeof buf, 0);
+    found = got == 4 + static_cast<short>(sizeof body) && !std::memcmp(buf + 4, body, sizeof body);
+    if (got <= 0) Sleep(5);
+  }
+  api.ClientDisconnect(2);
+  api.ClientDisconnect(1);
+  Report("the second ISO15765 client's message goes out as J1939 PGN 0xDA00",
+         id1 == 1 && id2 == 2 && pass == 0 && sent == 0 && found,
+         Num(id1) + "," + Num(id2) + " pass " + Num(pass) + " send " + Num(sent) +
+             (found ? "" : ", looped-back body not seen"));
 }
 
 // A process that ends without disconnecting: Windows ends the reader thread
@@ -274,6 +288,7 @@ int main(int argc, char** argv) {
       } else {
         VersionsBeforeConnect(api);
         ConnectedScenarios(api, firmware, serial);
+        TwoIso15765Clients(api);
       }
     }
     FreeLibrary(dll);

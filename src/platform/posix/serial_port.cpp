@@ -16,7 +16,6 @@
 #include <cstring>
 
 #include "link/rx_sink.h"
-#include "link/serial_link.h"
 #include "platform/platform.h"
 
 namespace qv::platform {
@@ -24,6 +23,8 @@ namespace {
 
 constexpr size_t kStagingSize = 262144;
 constexpr int kWriteTimeoutMs = 2000;
+// The pause of the Windows reader after a failed wait.
+constexpr int kEmptyPassPauseMs = 20;
 
 int g_port_fd = -1;
 int g_wake_pipe[2] = {-1, -1};
@@ -36,11 +37,13 @@ void CloseFd(int& fd) {
   fd = -1;
 }
 
-// The other end hung up (the adapter was unplugged): like a write failing
-// with ERROR_DEVICE_NOT_CONNECTED, the link is no longer open.
-void LinkLost() {
-  link::SetPortOpenFlag(0);
-  link::LinkWakeSignal().Raise();
+// A failed wait or read is an empty pass, as on Windows. An unplugged
+// adapter leaves the line hung up for good; the next write finds the device
+// gone and drops PortOpenFlag. Meanwhile the thread sleeps on the wake-up
+// pipe alone between passes, so it neither spins nor delays a close.
+void PauseAfterEmptyPass() {
+  pollfd wake = {g_wake_pipe[0], POLLIN, 0};
+  poll(&wake, 1, kEmptyPassPauseMs);
 }
 
 void* ReaderThread(void*) {
@@ -49,24 +52,17 @@ void* ReaderThread(void*) {
     pollfd fds[2] = {{g_port_fd, POLLIN, 0}, {g_wake_pipe[0], POLLIN, 0}};
     const int ready = poll(fds, 2, -1);
     if (ready < 0) {
-      if (errno == EINTR) continue;
-      LinkLost();
-      break;
+      if (errno != EINTR) PauseAfterEmptyPass();
+      continue;
     }
-    if (fds[1].revents != 0) break;  // CloseSerialPort
-    if (fds[0].revents & POLLIN) {
-      const ssize_t got = read(g_port_fd, g_staging, sizeof g_staging);
-      if (got > 0) {
-        link::StoreReceivedBytes(g_staging, static_cast<uint32_t>(got));
-        continue;
-      }
-      if (got < 0 && (errno == EAGAIN || errno == EINTR)) continue;
-      LinkLost();
-      break;
-    }
-    if (fds[0].revents & (POLLHUP | POLLERR | POLLNVAL)) {
-      LinkLost();
-      break;
+    if (fds[1].revents != 0) break;               // CloseSerialPort
+    if (fds[0].revents & POLLNVAL) break;         // no port: like an invalid handle
+    // Bytes still queued before a hang-up are read first.
+    const ssize_t got = read(g_port_fd, g_staging, sizeof g_staging);
+    if (got > 0) {
+      link::StoreReceivedBytes(g_staging, static_cast<uint32_t>(got));
+    } else if (got == 0 || (errno != EAGAIN && errno != EINTR)) {
+      PauseAfterEmptyPass();  // hung up (end of file) or a read error
     }
   }
   link::ReaderPass();  // whatever complete frames arrived last still get filed
