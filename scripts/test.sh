@@ -11,6 +11,7 @@ PACKAGES=(
   g++-mingw-w64-x86-64-win32 g++-mingw-w64-i686-win32
   binutils-mingw-w64-x86-64 binutils-mingw-w64-i686
   clang libclang-rt-dev
+  libtsan2
 )
 # Wine runs the Windows end-to-end test; installed as tested here, with its
 # recommended packages.
@@ -42,6 +43,13 @@ bash scripts/wine_test.sh || status=1
 echo "== fuzzing: each fuzz program for ${FUZZ_SECONDS:-30} s, two at a time"
 { cmake --preset fuzz >/dev/null && cmake --build --preset fuzz -j "$jobs" && bash fuzz/run.sh; } ||
   status=1
+
+# Every test again under ThreadSanitizer, which must report nothing; the two
+# 40 s idle reads only repeat what the other builds check.
+echo "== tests: ThreadSanitizer build"
+{ cmake --preset linux-tsan >/dev/null && cmake --build --preset linux-tsan -j "$jobs" &&
+  TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" \
+    ctest --preset linux-tsan -j "$jobs" -E EndsAfterFortySeconds; } || status=1
 
 echo "== tests: sanitizer build"
 ctest --preset linux-asan -j "$jobs" || status=1
