@@ -87,6 +87,7 @@ TEST_F(LinkReceive, QueueOverflowAndOversizedRecords) {
   EXPECT_EQ(std::count(out, out + 126, 0), 126);
   EXPECT_EQ(out[126], 0xCC);
   EXPECT_EQ(g_reply_queue.Take(out, sizeof out), -1);
+  g_reply_queue.Reset();
   g_reply_queue.File(big.data(), 1);
   g_reply_queue.DiscardPending();  // the bring-up's drain
   EXPECT_TRUE(g_reply_queue.Empty());
