@@ -23,8 +23,8 @@ constexpr uint32_t kMaxMessages = 4000000;
 // Messages in flight at most: far below every queue's room, so a loss can
 // only be the library's fault.
 constexpr uint32_t kWindow = 200;
-// Calls queue behind each other on ApiLock; a loaded or instrumented
-// machine adds scheduling delay. Both stay far below any limit missed.
+// Calls queue behind each other on ApiLock, and a loaded or instrumented
+// machine adds scheduling delay: a call may take this much beyond its limit.
 constexpr long kQueueingMs = 2000;
 
 enum Call { kReadNow, kReadBlocking, kSend, kCommand, kStatus, kCalls };
