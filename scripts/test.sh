@@ -14,6 +14,7 @@ PACKAGES=(
   clang libclang-rt-dev
   python3-can python3-pytest python3-venv python3-setuptools python3-wheel
   g++-multilib nsis
+  libtsan2
 )
 # Wine runs the Windows end-to-end test; installed as tested here, with its
 # recommended packages.
@@ -56,6 +57,12 @@ rm -rf "$python_venv"
   "$python_venv/bin/pip" install -q --no-build-isolation --no-deps ./python &&
   (cd python && timeout 300 \
     "../$python_venv/bin/python" -m pytest -q -p no:cacheprovider tests); } || status=1
+# Every test again under ThreadSanitizer, which must report nothing; the two
+# 40 s idle reads only repeat what the other builds check.
+echo "== tests: ThreadSanitizer build"
+{ cmake --preset linux-tsan >/dev/null && cmake --build --preset linux-tsan -j "$jobs" &&
+  TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" \
+    ctest --preset linux-tsan -j "$jobs" -E EndsAfterFortySeconds; } || status=1
 
 echo "== tests: sanitizer build"
 ctest --preset linux-asan -j "$jobs" || status=1

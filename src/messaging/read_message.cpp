@@ -2,7 +2,9 @@
 // messages of the session arrive in the one MessageQueue in the layout of
 // the first client's protocol; the reader takes the next one and keeps it,
 // moves it to the other client or defers it behind its own pending echo.
-// ApiLock is held only around the take, so a blocking read holds up nobody.
+// ApiLock is held for each pass but never while waiting, so a blocking read
+// holds up nobody.
+#include <cstdint>
 #include <cstring>
 
 #include "api/library_state.h"
@@ -147,6 +149,42 @@ int32_t NoMessage(const ReadCall& call, int16_t block) {
   }
 }
 
+// What a pass came to when it delivered nothing and ended nothing.
+constexpr int32_t kWaitForMore = INT32_MIN;  // nothing there: wait for a wake-up
+constexpr int32_t kPassAgain = INT32_MIN + 1;  // a body was dropped, moved or deferred
+
+// One pass, run under ApiLock. Every writer of the client slots (connect,
+// disconnect, the commands, RP1210_SendMessage) holds ApiLock, so the pass
+// sees one consistent state of both slots, their filters and readiness.
+int32_t Pass(const ReadCall& call, int16_t block, uint8_t (&work)[kWorkBufferSize],
+             uint8_t (&own)[kRxRecordBodyBytes]) {
+  if (ReaderIsGone(call)) return -ERR_CLIENT_DISCONNECTED;
+  if (!Receives(call.slot)) return kWaitForMore;
+  const int32_t echo = TakeEcho(call.slot, call.out + 4, call.size - 4);
+  if (echo > 0) return echo + 4 > call.size ? -ERR_NOT_ENOUGH_MEMORY : echo + 4;
+
+  int32_t outcome = kNothing;
+  bool took_body = false;
+  const int32_t queued = TakeRxRecord(call.slot, own);
+  if (queued > 0) {
+    took_body = true;
+    outcome = ProcessBody(call, own, queued, true);
+  } else {
+    const int32_t k =
+        link::TakeAdapterMessage(work, sizeof work, static_cast<uint16_t>(call.client_id));
+    // An adapter error reply in place of a message: its receive queue
+    // failed, which the caller learns at once.
+    if (k >= kPayloadHeader && work[0] == link::kCmdErrorReply) return -ERR_RX_QUEUE_CORRUPT;
+    if (k > kPayloadHeader) {
+      took_body = true;
+      outcome = ProcessBody(call, work + kPayloadHeader, k - kPayloadHeader, false);
+    }
+  }
+  if (outcome != kNothing) return outcome;
+  if (took_body) return kPassAgain;
+  return block == 1 ? kWaitForMore : NoMessage(call, block);
+}
+
 int32_t Read(const ReadCall& call, int16_t block) {
   const bool blocking = block == 1;
   const uint32_t deadline = MillisecondCounter() + (blocking ? kBlockingReadMs : 1);
@@ -155,42 +193,22 @@ int32_t Read(const ReadCall& call, int16_t block) {
   uint8_t own[kRxRecordBodyBytes];
   for (;;) {
     const uint32_t seen = wake.Generation();
-    if (ReaderIsGone(call)) return -ERR_CLIENT_DISCONNECTED;
-    int32_t outcome = kNothing;
-    bool took_body = false;
-    if (Receives(call.slot)) {
-      const int32_t echo = TakeEcho(call.slot, call.out + 4, call.size - 4);
-      if (echo > 0) return echo + 4 > call.size ? -ERR_NOT_ENOUGH_MEMORY : echo + 4;
-
-      const int32_t queued = TakeRxRecord(call.slot, own);
-      if (queued > 0) {
-        took_body = true;
-        outcome = ProcessBody(call, own, queued, true);
-      } else {
-        int32_t k = 0;
-        {
-          platform::LockGuard lock(g_api_lock);
-          k = link::TakeAdapterMessage(work, sizeof work, static_cast<uint16_t>(call.client_id));
-        }
-        // An adapter error reply in place of a message: its receive queue
-        // failed, which the caller learns at once.
-        if (k >= kPayloadHeader && work[0] == link::kCmdErrorReply) {
-          return -ERR_RX_QUEUE_CORRUPT;
-        }
-        if (k > kPayloadHeader) {
-          took_body = true;
-          outcome = ProcessBody(call, work + kPayloadHeader, k - kPayloadHeader, false);
-        }
-      }
-      if (outcome != kNothing) return outcome;
-      if (took_body) {
+    int32_t outcome = 0;
+    {
+      platform::LockGuard lock(g_api_lock);
+      outcome = Pass(call, block, work, own);
+      if (outcome == kPassAgain) {
         if (!blocking) return 0;
-        continue;  // dropped, moved or deferred: straight to the next pass
+        continue;  // straight to the next pass
       }
-      if (!blocking) return NoMessage(call, block);
+      if (outcome != kWaitForMore) return outcome;
+      if (static_cast<int32_t>(deadline - MillisecondCounter()) <= 0) {
+        return NoMessage(call, block);
+      }
     }
+    // The wait is the one part of a read outside ApiLock.
     const int32_t left = static_cast<int32_t>(deadline - MillisecondCounter());
-    if (left <= 0) return NoMessage(call, block);
+    if (left <= 0) continue;  // the next pass ends the read
     wake.WaitAfter(seen, static_cast<uint32_t>(left) < kIdleSliceMs ? static_cast<uint32_t>(left)
                                                                      : kIdleSliceMs);
   }
@@ -204,9 +222,11 @@ void WriteStamp(uint8_t* out, uint32_t stamp) {
 }
 
 int32_t Enter(int16_t client_id, uint8_t* out, int16_t size, int16_t block) {
-  if (!SessionIsReady()) return -ERR_CLIENT_DISCONNECTED;
-  const int slot = FindClientSlot(client_id);
-  if (slot == 0) return -ERR_INVALID_CLIENT_ID;
+  {
+    platform::LockGuard lock(g_api_lock);  // the client table changes only under it
+    if (!SessionIsReady()) return -ERR_CLIENT_DISCONNECTED;
+    if (FindClientSlot(client_id) == 0) return -ERR_INVALID_CLIENT_ID;
+  }
   if (out == nullptr) return -ERR_NULL_PARAMETER;
   if (size < 4) return -ERR_NOT_ENOUGH_MEMORY;  // no room for the time stamp
   WriteStamp(out, MillisecondCounter());

@@ -27,6 +27,10 @@ Bytes Frame(const Bytes& payload, uint32_t format) {
   return out;
 }
 
+void Store(const Bytes& bytes, size_t n = SIZE_MAX, size_t from = 0) {
+  StoreReceivedBytes(bytes.data() + from, static_cast<uint32_t>(std::min(n, bytes.size() - from)));
+}
+
 Bytes TakeReply() {
   Bytes out(ReplyQueue::kPayloadRoom);
   const int32_t k = g_reply_queue.Take(out.data(), static_cast<uint32_t>(out.size()));
@@ -50,23 +54,19 @@ class Dispatch : public ::testing::Test {
 TEST_F(Dispatch, FrameInPiecesAcrossTheRingEnd) {
   const Bytes payload = {0x95, 0x02, 0x01, 0xA5, 0x00, 0x01, 0xA4, 0x30};
   for (uint32_t format : {0u, 1u, 2u}) {
-    for (uint32_t piece : {1u, 3u, 7u}) {
+    for (size_t piece : {1u, 3u, 7u}) {
       SetUp();
       g_frame_format = format;
-      // Bytes outside any frame (no sync, no start marker) move the indexes
-      // to a few positions short of the wrap point.
-      const Bytes filler(kRxRingSize - 5, 0x42);
-      StoreReceivedBytes(filler.data(), static_cast<uint32_t>(filler.size()));
+      // Bytes outside any frame move the indexes just short of the wrap point.
+      Store(Bytes(kRxRingSize - 5, 0x42));
       ReaderPass();
       ASSERT_EQ(RingUnread(g_rx_ring), 0u);
-
       const Bytes wire = Frame(payload, format);
-      uint32_t filed_on_pass = 0, pass = 0;
-      for (size_t at = 0; at < wire.size(); at += piece, ++pass) {
-        const uint32_t n = static_cast<uint32_t>(std::min<size_t>(piece, wire.size() - at));
-        StoreReceivedBytes(wire.data() + at, n);
+      size_t filed_on_pass = 0;
+      for (size_t at = 0; at < wire.size(); at += piece) {
+        Store(wire, piece, at);
         ReaderPass();
-        if (filed_on_pass == 0 && !g_reply_queue.Empty()) filed_on_pass = pass + 1;
+        if (filed_on_pass == 0 && !g_reply_queue.Empty()) filed_on_pass = at / piece + 1;
       }
       // The checksum or end byte completes a frame; in FrameFormat 1 the
       // first of the two trailing zeros does.
@@ -83,15 +83,12 @@ TEST_F(Dispatch, ResetDropsHalfBuiltFrameAndKeepsEnabledFlag) {
     for (uint32_t enabled : {0u, 1u}) {
       SetUp();
       g_frame_format = format;
-      const Bytes filed = {0x93, 0x02};
       const Bytes cut = Frame({0x96, 0x00, 0x01}, format);
-      const Bytes whole = Frame(filed, format);
-      StoreReceivedBytes(whole.data(), static_cast<uint32_t>(whole.size()));
-      StoreReceivedBytes(cut.data(), 4);  // sync and length only
+      Store(Frame({0x93, 0x02}, format));
+      Store(cut, 4);  // sync and length only
       ReaderPass();
       ASSERT_EQ(g_reply_queue.Pending(), 1u);
-      const uint8_t unread[] = {0xA5, 0xA5};
-      StoreReceivedBytes(unread, 2);
+      Store({0xA5, 0xA5});
       g_rx_ring.transmit_empty.store(0);
       g_rx_ring.enabled.store(enabled);
       const uint32_t generation = LinkWakeSignal().Generation();
@@ -103,12 +100,11 @@ TEST_F(Dispatch, ResetDropsHalfBuiltFrameAndKeepsEnabledFlag) {
       EXPECT_EQ(g_rx_ring.enabled.load(), enabled);
       EXPECT_EQ(g_rx_ring.transmit_empty.load(), 1u);
       EXPECT_NE(LinkWakeSignal().Generation(), generation) << "waiters must re-check";
-      // The rest of the cut frame must not complete a frame: the decoder
-      // starts over on the next sync sequence.
+      // The rest of the cut frame completes nothing: the decoder starts over
+      // on the next sync sequence.
       g_rx_ring.enabled.store(1);
-      const Bytes next = Frame({0x90, 0x07}, format);
-      StoreReceivedBytes(cut.data() + 4, static_cast<uint32_t>(cut.size() - 4));
-      StoreReceivedBytes(next.data(), static_cast<uint32_t>(next.size()));
+      Store(cut, SIZE_MAX, 4);
+      Store(Frame({0x90, 0x07}, format));
       ReaderPass();
       EXPECT_EQ(TakeReply(), Bytes({0x90, 0x07})) << "format " << format;
       EXPECT_TRUE(g_reply_queue.Empty());
@@ -117,38 +113,29 @@ TEST_F(Dispatch, ResetDropsHalfBuiltFrameAndKeepsEnabledFlag) {
 }
 
 // A reset from an API thread (a flush command, say) while the reader thread
-// stores and decodes must not bring back bytes from before it: a stale index
-// written back after the reset would replay old frames.
+// stores, decodes and files must not bring back anything from before it.
 TEST_F(Dispatch, ResetDuringReceiveNeverReplaysOldFrames) {
   g_frame_format = 0;
   std::atomic<bool> stop{false};
   std::thread reader([&] {
-    uint32_t sequence = 0;
-    while (!stop.load()) {
-      for (int i = 0; i < 64; ++i, ++sequence) {
-        const Bytes wire = Frame({0x95, static_cast<uint8_t>(sequence >> 24),
-                                  static_cast<uint8_t>(sequence >> 16),
-                                  static_cast<uint8_t>(sequence >> 8), static_cast<uint8_t>(sequence)},
-                                 0);
-        StoreReceivedBytes(wire.data(), static_cast<uint32_t>(wire.size()));
+    for (uint32_t n = 0; !stop.load();) {
+      for (int i = 0; i < 64; ++i, ++n) {
+        Store(Frame({0x95, uint8_t(n >> 24), uint8_t(n >> 16), uint8_t(n >> 8), uint8_t(n)}, 0));
       }
       ReaderPass();
     }
   });
   uint32_t last = 0, taken = 0, backwards = 0;
-  // Enough resets and frames to meet the race, within a bound for slow
-  // (sanitizer) builds.
+  // Enough resets and frames to meet the race, bounded for sanitizer builds.
   const auto give_up = std::chrono::steady_clock::now() + std::chrono::seconds(5);
   for (int round = 0; (round < 2000 || taken < 1000) && std::chrono::steady_clock::now() < give_up;
        ++round) {
     for (int i = 0; i < 50; ++i) {
-      const Bytes reply = TakeReply();
-      if (reply.size() != 5) continue;
-      const uint32_t sequence = static_cast<uint32_t>(reply[1]) << 24 | reply[2] << 16 |
-                                reply[3] << 8 | reply[4];
-      if (taken > 0 && sequence <= last) ++backwards;
-      last = sequence;
-      ++taken;
+      const Bytes r = TakeReply();
+      if (r.size() != 5) continue;
+      const uint32_t n = uint32_t(r[1]) << 24 | r[2] << 16 | r[3] << 8 | r[4];
+      backwards += taken++ > 0 && n <= last;
+      last = n;
     }
     ResetReceiveState();
   }
