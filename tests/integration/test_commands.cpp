@@ -18,7 +18,8 @@ TEST(Commands, DataLinkPayloadsAndRefusals) {
   ASSERT_EQ(h.Connect("J1939"), 1);
   const Bytes j1939_filter = {0x0D, 0x00, 0xEF, 0x00, 0xFF, 0x00, 0xF9};
   const Bytes iso_filter = {0x01, 0x00, 0xFF, 0x00, 0x00, 0x00, 0x00, 0xDA, 0x00, 0x00, 0x44};
-  Bytes iso_bad = iso_filter;
+  Bytes iso_type4 = iso_filter, iso_bad = iso_filter;
+  iso_type4[0] = 4;
   iso_bad[0] = 5;
   ExpectCommandRows(h, {
       {"pass all", 3, {}, 0, false, 0, true, {}},
@@ -35,6 +36,7 @@ TEST(Commands, DataLinkPayloadsAndRefusals) {
       {"J1708 filter", 7, {0x80, 0x81, 0x82}, 3, false, 0, true, {0x80, 0x81, 0x82}},
       {"J1708 filter null", 7, {}, 3, true, 601, false, {}},
       {"ISO15765 filter", 9, iso_filter, 11, false, 0, true, iso_filter},
+      {"ISO15765 filter type 4", 9, iso_type4, 11, false, 0, true, iso_type4},
       {"ISO15765 filter type 5", 9, iso_bad, 11, false, 144, false, {}},
       {"ISO15765 filter n=10", 9, iso_filter, 10, false, 144, false, {}},
       {"receive on", 18, {0x03}, 1, false, 0, true, {0x01}},
@@ -202,11 +204,11 @@ TEST(Commands, AddressClaimAndRelease) {
   EXPECT_EQ(Command(h, 31, 1, {0xA0}), 0);
 
   // Any other p[9] waits for the reply.
-  config.reply_delay_ms = 1000;
+  config.reply_delay_ms = 300;
   h.sim().Configure(config);
   const auto waited = Clock::now();
   EXPECT_EQ(Command(h, 19, 1, claim(0xB0, 1)), 0);
-  EXPECT_GE(MsSince(waited), 900);
+  EXPECT_GE(MsSince(waited), 280);
 }
 
 TEST(Commands, ResetDeviceEndsEveryClient) {

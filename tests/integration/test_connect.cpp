@@ -109,6 +109,12 @@ TEST(Connect, SecondAndThirdClient) {
   char speed[17] = {};
   EXPECT_EQ(h.lib().SendCommand(45, 2, speed, sizeof speed), 0);
   EXPECT_STREQ(speed, "500000");
+  // A J1939 client's own sends come back only when it asks for echo.
+  ASSERT_EQ(Command(h, 3, 2), 0);
+  char message[] = "\x00\xEF\x00\x06\xF9\x00\x01";
+  ASSERT_EQ(h.lib().SendMessage(2, message, 7, 0, 0), 0);
+  char read[64];
+  EXPECT_EQ(h.lib().ReadMessage(2, read, sizeof read, 0), 0);
 }
 
 TEST(Connect, MissingVendorIni) {

@@ -115,7 +115,7 @@ TEST(FrameDecoder, ResynchronisesAfterBadFramesAndResets) {
       {"bytes outside a format-1 frame skipped", 1, Cat({0x42, 0x37}, Encode({0x93}, 1)), {{0x93}}},
       // A reset mid-frame drops that frame's start; the rest is no frame.
       {"reset inside a format-0 frame", 0, Cat(good0, good0), {{0x96, 0x00}}, 5},
-      {"reset inside a format-1 frame", 1, Cat(Encode({0x97, 0x02, 0x03}, 1), good1), {{0x97, 0x02}}, 8},
+      {"reset inside a format-1 frame", 1, Cat(Encode({0x97, 0x02, 0x03}, 1), good1), {{0x97, 0x02}}, 6},
   };
   for (const Case& c : cases) {
     FrameDecoder decoder;
