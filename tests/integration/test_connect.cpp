@@ -190,6 +190,8 @@ TEST(Connect, CommandTraceLinesAtLevelTwo) {
       {1, 1, {}, 143, R"(\(1,\(1\),\{\},0\):\(143:ERR_COMMAND_NOT_SUPPORTED\))"},
       {2002, 9, {0, 0}, 129, R"(\(9,\(2002\)Get_BatteryVoltage,\{0\.0V\},2\):\(129:ERR_INVALID_CLIENT_ID\))"},
       {21, 9, id, 129, R"(\(9,\(21\)Set_Broadcast_For_CAN,\{ 00 07 E0\},3\):\(129:ERR_INVALID_CLIENT_ID\))"},
+      {215, 1, {0xC8, 0xC8}, 0, R"(\(1,\(215\)Set_BlockTimeout,\{\},2\):\(0:NO_ERRORS\))"},
+      {38, 1, {0x00, 0xFF}, 0, R"(\(1,\(38\)Set_ISO15765_Baud,\{\},2\):\(0:NO_ERRORS\))"},
   };
   for (const Row& row : rows) EXPECT_EQ(Command(h, row.number, row.client, row.params), row.result);
   h.UnloadLibrary();

@@ -207,13 +207,15 @@ TEST(TraceText, HexStringLimits) {
     int result;
     const char* text;
   } cases[] = {
-      {10, 3, 3, " 00 AB 7F"}, {9, 3, 0, ""}, {4, 1, 1, " 00"}, {3, 1, 0, ""}, {8, -1, 0, ""}, {1, 1, 0, ""},
+      {10, 3, 3, " 00 AB 7F"}, {9, 3, 0, ""}, {4, 1, 1, " 00"}, {3, 1, 0, ""}, {8, -1, 0, ""},
+      {1, 1, 0, ""}, {0, 1, 0, ""},
   };
+  EXPECT_EQ(qv::HexString(nullptr, 10, bytes, 3), 0);
   for (const Case& c : cases) {
     char out[80];
     std::memset(out, 'Z', sizeof out);
     EXPECT_EQ(qv::HexString(out, c.out_size, bytes, c.count), c.result) << c.out_size;
-    EXPECT_STREQ(out, c.text);
+    EXPECT_EQ(std::string(out, strnlen(out, c.out_size)), c.text);
     for (size_t i = 0; i < c.out_size; ++i) EXPECT_NE(out[i], 'Z') << "output zeroed first";
     EXPECT_EQ(out[c.out_size], 'Z') << "nothing written past the output";
   }
