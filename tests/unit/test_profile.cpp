@@ -25,6 +25,9 @@ const char kFile[] =
     ";Commented=hidden\r\n"
     "Empty=\r\n"
     "NoEquals\r\n"
+    "N\r\n"
+    "N=after a bare key\r\n"
+    "Q;=second character\r\n"
     "Twice=first\r\n"
     "Twice=second\r\n"
     "Equals=a=b\r\n"
@@ -60,6 +63,9 @@ TEST(Profile, StringLookupMatchesWindows) {
       {"Alpha", "Commented", "dflt"},          // ';' lines are comments
       {"Alpha", "Empty", ""},                  // present but empty: empty, not default
       {"Alpha", "NoEquals", "dflt"},           // a line without '=' has no value
+      {"Alpha", "N", "dflt"},                  // ... even a one-letter one
+      {"Alpha", ";Commented", "dflt"},         // a comment is no key
+      {"Alpha", "Q;", "second character"},     // only a leading ';' comments
       {"Alpha", "Twice", "first"},             // first key wins
       {"Alpha", "Equals", "a=b"},              // split at the first '='
       {"Alpha", "Later", "dflt"},              // only the first [Alpha] is searched
