@@ -123,10 +123,4 @@ class PtyClient {
   std::vector<Bytes> pending_;
 };
 
-// The channel-open request for a protocol at a rate.
-inline Bytes ChannelOpen(uint8_t protocol, uint16_t rate, uint8_t rate_mode = 2) {
-  return {0x91, protocol, 0x01, rate_mode, 0x00, static_cast<uint8_t>(rate >> 8),
-          static_cast<uint8_t>(rate), 0, 0, 0, 0, 0, 0x6E, 0x00};
-}
-
 }  // namespace qvsimtest
