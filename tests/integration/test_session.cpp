@@ -20,11 +20,7 @@ TEST_P(BringUp, RequestsAndAdapterIdentity) {
   HarnessOptions options;
   options.sim.frame_format = GetParam();
   Harness h(options);
-  struct Row {
-    const char* reported;
-    const char* stored;
-    const char* serial;
-  };
+  struct Row { const char* reported; const char* stored; const char* serial; };
   const Row rows[] = {
       {"4.15", "4.25", "QV00012345"}, {"4.05", "4.25", "QV00000001"}, {"3.17", "3.27", "QVABCDEFGH"},
       {"4.25", "4.25", "QV99999999"}, {"5.01", "5.01", "QV00000003"},

@@ -90,11 +90,7 @@ Rp1210Api FakeApi() {
   return api;
 }
 
-struct RunResult {
-  int status = -1;
-  std::string out;
-  std::string err;
-};
+struct RunResult { int status = -1; std::string out; std::string err; };
 
 RunResult RunWith(std::vector<const char*> args) {
   args.insert(args.begin(), "rp1210-monitor");
@@ -120,10 +116,7 @@ Bytes Stamped(const Bytes& rest) {
 }
 
 TEST(Session, CommandsSentBeforeMonitoring) {
-  struct Case {
-    std::vector<const char*> args;
-    std::vector<std::pair<short, Bytes>> commands;
-  };
+  struct Case { std::vector<const char*> args; std::vector<std::pair<short, Bytes>> commands; };
   const Case cases[] = {
       // A fresh client discards everything, so pass-all is always needed.
       {{}, {{3, {}}}},

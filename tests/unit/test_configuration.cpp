@@ -48,10 +48,7 @@ TEST(Configuration, ObdPinConversion) {
 }
 
 TEST(Configuration, LevelModeAndResistorBits) {
-  struct Case {
-    const char* lines;
-    uint8_t level, append, res120;
-  } cases[] = {
+  struct Case { const char* lines; uint8_t level, append, res120; } cases[] = {
       {"DebugLevel=4\r\nDebugMode=1\r\nRes120=1\r\n", 4, 1, 1},
       {"DebugLevel=1\r\n", 1, 0, 0},
       {"DebugLevel=5\r\n", 0, 0, 0},
@@ -83,10 +80,7 @@ TEST(Configuration, DebugFileSetsPathAndFolder) {
   const std::string max_folder = "C:\\" + std::string(239, 'd');
   const std::string longest = max_folder + "\\log.txt.txt";  // 254 characters
   ASSERT_EQ(longest.size(), 254u);
-  struct Case {
-    std::string value;
-    std::string path, dir;
-  } cases[] = {
+  struct Case { std::string value; std::string path, dir; } cases[] = {
       {"D:\\Logs\\trace.txt", "D:\\Logs\\trace.txt", "D:\\Logs"},
       {"C:\\a\\b\\c.log", "C:\\a\\b\\c.log", "C:\\a\\b"},
       {"\\root.log", "\\root.log", ""},  // folder empty: no log

@@ -126,11 +126,7 @@ TEST(DebugLog, SizeLimitAppliesAboveFiftyMebibytes) {
 }
 
 TEST(DebugLog, FolderCreatedOneLevelOnly) {
-  struct Case {
-    const char* path;
-    const char* dir;
-    int opened;
-  } cases[] = {
+  struct Case { const char* path; const char* dir; int opened; } cases[] = {
       {"C:\\Top\\log.txt", "C:\\Top", 1},
       {"C:\\Missing\\Sub\\log.txt", "C:\\Missing\\Sub", 0},
       {"\\log.txt", "", 0},
@@ -201,12 +197,7 @@ TEST(DebugLog, ConcurrentWritersNeverInterleaveATextOrLoseOne) {
 
 TEST(TraceText, HexStringLimits) {
   const uint8_t bytes[] = {0x00, 0xAB, 0x7F};
-  struct Case {
-    size_t out_size;
-    int count;
-    int result;
-    const char* text;
-  } cases[] = {
+  struct Case { size_t out_size; int count; int result; const char* text; } cases[] = {
       {10, 3, 3, " 00 AB 7F"}, {9, 3, 0, ""}, {4, 1, 1, " 00"}, {3, 1, 0, ""}, {8, -1, 0, ""},
       {1, 1, 0, ""}, {0, 1, 0, ""},
   };

@@ -14,11 +14,7 @@
 
 namespace {
 
-struct Expected {
-  int code;
-  const char* name;
-  const char* message;
-};
+struct Expected { int code; const char* name; const char* message; };
 
 // A few rows kept apart from the library's own table, typos included.
 const Expected kExpected[] = {

@@ -40,11 +40,7 @@ std::vector<Bytes> Decode(FrameDecoder& decoder, const Bytes& wire, uint8_t form
 }
 
 TEST(FrameEncoder, WorkedExamplesAndRefusals) {
-  struct Case {
-    Bytes payload;
-    uint8_t format;
-    Bytes wire;
-  };
+  struct Case { Bytes payload; uint8_t format; Bytes wire; };
   const Bytes five = {0x21, 0x9A, 0x5C, 0x00, 0x7E};
   const Case cases[] = {
       {{0x01, 0x02, 0x03}, 0, {0xA5, 0xA5, 0x00, 0x03, 0x01, 0x02, 0x03, 0xF6}},

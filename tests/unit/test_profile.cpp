@@ -49,11 +49,7 @@ const char kFile[] =
 TEST(Profile, StringLookupMatchesWindows) {
   qvtest::TestRoot root;
   root.WriteFile(kIni, kFile);
-  struct Case {
-    const char* section;
-    const char* key;
-    const char* expected;
-  } cases[] = {
+  struct Case { const char* section; const char* key; const char* expected; } cases[] = {
       {"Alpha", "Plain", "value"},
       {"ALPHA", "plain", "value"},             // names are case-insensitive
       {" Alpha ", " Plain ", "value"},         // requested names are trimmed
@@ -113,10 +109,7 @@ TEST(Profile, StringDefaultsAndTruncation) {
 TEST(Profile, IntegerParsingMatchesWindows) {
   qvtest::TestRoot root;
   root.WriteFile(kIni, kFile);
-  struct Case {
-    const char* key;
-    int32_t expected;
-  } cases[] = {
+  struct Case { const char* key; int32_t expected; } cases[] = {
       {"Dec", 42},   {"Neg", -7},    {"Plus", 9},     {"Trail", 102}, {"Text", 0},
       {"Blank", 55}, {"Quoted", 15}, {"Hex", 31},     {"Big", 260},   {"Absent", 55},
   };
@@ -133,10 +126,7 @@ TEST(Profile, IntegerParsingMatchesWindows) {
 TEST(HostPath, MapsBelowRoot) {
   qvtest::TestRoot root;
   char out[512];
-  struct Case {
-    const char* windows;
-    std::string expected;
-  } cases[] = {
+  struct Case { const char* windows; std::string expected; } cases[] = {
       {"C:\\Windows\\QVRP32.ini", root.path() + "/Windows/QVRP32.ini"},
       {"D:\\A\\B", root.path() + "/A/B"},
       {"\\A", root.path() + "/A"},

@@ -90,11 +90,7 @@ TEST(ParseProtocolString, OnlyClientIndexesOneAndTwo) {
 TEST(ParseEqualsNumber, DigitsSignAndLimits) {
   const std::string zeros50(50, '0');
   const std::string nines200(200, '9');
-  struct Row {
-    std::string text;
-    int count;
-    int32_t value;
-  };
+  struct Row { std::string text; int count; int32_t value; };
   const Row rows[] = {
       {"=250", 3, 250},
       {"Baud=-250", 3, -250},

@@ -23,13 +23,7 @@ struct Enum {
 const std::string kTest = "[HKEY_LOCAL_MACHINE\\Software\\Test]";
 
 TEST(RegistryFile, OpensKeysAndEnumeratesValues) {
-  struct Case {
-    const char* what;
-    std::string file;
-    const char* key;
-    bool opens;
-    std::vector<Enum> steps;
-  };
+  struct Case { const char* what; std::string file; const char* key; bool opens; std::vector<Enum> steps; };
   const std::string value = kTest + "\n\"a\"=\"1\"\n";
   auto padded = [](size_t bytes) { return "REGEDIT4\n" + std::string(bytes - 10, ';') + "\n"; };
   const Case cases[] = {
