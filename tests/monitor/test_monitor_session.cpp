@@ -46,19 +46,17 @@ short RP1210_CALL FakeSend(short, char* message, short size, short, short) {
   return 0;
 }
 short RP1210_CALL FakeRead(short, char* buffer, short size, short) {
-  if (!g.reads.empty()) {
-    const Bytes message = g.reads.front();
-    g.reads.pop_front();
-    if (static_cast<short>(message.size()) > size) return -ERR_NOT_ENOUGH_MEMORY;
-    std::memcpy(buffer, message.data(), message.size());
-    return static_cast<short>(message.size());
-  }
-  if (!g.read_errors.empty()) {
+  if (g.reads.empty()) {
+    if (g.read_errors.empty()) return 0;
     const short error = g.read_errors.front();
     g.read_errors.pop_front();
     return error;
   }
-  return 0;
+  const Bytes message = g.reads.front();
+  g.reads.pop_front();
+  if (static_cast<short>(message.size()) > size) return -ERR_NOT_ENOUGH_MEMORY;
+  std::memcpy(buffer, message.data(), message.size());
+  return static_cast<short>(message.size());
 }
 short RP1210_CALL FakeCommand(short number, short, char* parameters, short size) {
   g.commands.emplace_back(number, Bytes(parameters, parameters + (size > 0 ? size : 0)));
@@ -74,9 +72,9 @@ void FakeSleep(unsigned ms) {
     const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
     while (std::chrono::steady_clock::now() < until) {
     }
-    return;
+  } else if (--g.idle_sleeps_before_stop <= 0) {
+    g_stop = 1;
   }
-  if (--g.idle_sleeps_before_stop <= 0) g_stop = 1;
 }
 
 Rp1210Api FakeApi() {
