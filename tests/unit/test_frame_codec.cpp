@@ -143,26 +143,16 @@ struct GuardedDecoder {
   }
 };
 
-TEST(FrameDecoder, NeverOverrunsOnEndlessOrRandomInput) {
+// Random input is the fuzz programs' job; this is the worst case for the buffer.
+TEST(FrameDecoder, NeverOverrunsOnAnEndlessFrame) {
   static GuardedDecoder guarded;
   FrameDecoder& decoder = guarded.decoder;
   Bytes endless = {0x01, 0x07, 0x30, 0x17, 0x30};  // format 1, length 0x0100
-  for (int i = 0; i < 20000; ++i) endless = Cat(endless, {0x57, 0x35});
+  for (int i = 0; i < 20000; ++i) endless.insert(endless.end(), {0x57, 0x35});
   endless.push_back(0x00);
   EXPECT_TRUE(Decode(decoder, endless, 1).empty());
   EXPECT_TRUE(guarded.GuardIntact());
   EXPECT_EQ(Decode(decoder, Encode({0x95, 0x02, 0x01}, 1), 1), std::vector<Bytes>{Bytes({0x95, 0x02, 0x01})});
-
-  std::mt19937 rng(1234);
-  for (uint8_t format : {0, 1, 2}) {
-    for (int i = 0; i < 1000000; ++i) {
-      uint8_t b = static_cast<uint8_t>(rng());
-      // Start and end markers made rare, so format-1 runs grow far past the buffer.
-      if (b <= 0x01 && rng() % 64 != 0) b = 0x37;
-      ASSERT_LE(decoder.Feed(b, format), qv::link::kMaxPayloadLength);
-    }
-    EXPECT_TRUE(guarded.GuardIntact()) << "format " << int(format);
-  }
 }
 
 }  // namespace
