@@ -13,9 +13,15 @@ namespace {
 
 using namespace qvtest;
 
-TEST(Commands, DataLinkPayloadsAndRefusals) {
+// Each command's 0x95 request or refusal, as client 1 on a J1939 channel;
+// before a connect, and for another client id, nothing is sent.
+TEST(Commands, PayloadsAndRefusals) {
   Harness h;
+  EXPECT_EQ(Command(h, 18, 1, {0x01}), 148);
   ASSERT_EQ(h.Connect("J1939"), 1);
+  h.sim().ClearReceived();
+  for (short client : {0, 2, 0x81}) EXPECT_EQ(Command(h, 18, client, {0x01}), 129) << client;
+  EXPECT_TRUE(h.sim().Received().empty());
   const Bytes j1939_filter = {0x0D, 0x00, 0xEF, 0x00, 0xFF, 0x00, 0xF9};
   const Bytes iso_filter = {0x01, 0x00, 0xFF, 0x00, 0x00, 0x00, 0x00, 0xDA, 0x00, 0x00, 0x44};
   Bytes iso_type4 = iso_filter, iso_bad = iso_filter;
@@ -68,11 +74,7 @@ TEST(Commands, DataLinkPayloadsAndRefusals) {
       {"command 1", 1, {}, 0, false, 143, false, {}},
       {"command 2004", 2004, {}, 0, false, 143, false, {}},
   });
-}
 
-TEST(Commands, DevicePayloadsAndRefusals) {
-  Harness h;
-  ASSERT_EQ(h.Connect("J1939"), 1);
   Bytes flow = Sequence(15, 0x10);
   flow[0] = 0x04;
   Bytes flow_bad_type = flow;
@@ -106,15 +108,6 @@ TEST(Commands, DevicePayloadsAndRefusals) {
       {"battery into one byte", 2002, {0x00}, 1, false, 133, false, {}},
       {"battery null", 2002, {}, 2, true, 601, false, {}},
   });
-}
-
-TEST(Commands, RefusedBeforeAnythingIsSent) {
-  Harness h;
-  EXPECT_EQ(Command(h, 18, 1, {0x01}), 148);
-  ASSERT_EQ(h.Connect("J1708"), 1);
-  h.sim().ClearReceived();
-  for (short client : {0, 2, 0x81}) EXPECT_EQ(Command(h, 18, client, {0x01}), 129) << client;
-  EXPECT_TRUE(h.sim().Received().empty());
 }
 
 // An error reply gives 142; no answer at all counts as done, after the full 5 s.
