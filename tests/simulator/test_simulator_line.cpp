@@ -174,7 +174,7 @@ TEST(SimulatorConsole, CommandsActOnTheLine) {
 
   EXPECT_EQ(qvsim::RunConsoleCommand(sim, "silent on"), "silent on");
   EXPECT_TRUE(line.Send({0x96, 0, 1}));
-  EXPECT_TRUE(line.Next(300).empty()) << "a silent adapter answered";
+  EXPECT_TRUE(line.Next(100).empty()) << "a silent adapter answered";
   EXPECT_EQ(qvsim::RunConsoleCommand(sim, "silent off"), "silent off");
   EXPECT_EQ(line.Ask({0x96, 0, 1}), (Bytes{0x96, 0, 1}));
   EXPECT_EQ(qvsim::RunConsoleCommand(sim, "error 0x96"), "error 0x96");
