@@ -79,31 +79,22 @@ TEST(Profile, StringLookupMatchesWindows) {
   }
 }
 
+// Missing values give the default (trailing blanks dropped as Windows does);
+// values and defaults alike are cut to size - 1 and nothing goes past size.
 TEST(Profile, StringDefaultsAndTruncation) {
   qvtest::TestRoot root;
   root.WriteFile(kIni, "[S]\nLong=0123456789\n");
-  char out[16];
-
-  // Missing file: the default, with trailing blanks dropped as Windows does.
-  EXPECT_EQ(qv::platform::ProfileString("S", "Long", "def  ", out, sizeof out,
-                                        "C:\\Test\\None.ini"), 3u);
-  EXPECT_STREQ(out, "def");
-  EXPECT_EQ(qv::platform::ProfileString("S", "X", nullptr, out, sizeof out, kIni), 0u);
-  EXPECT_STREQ(out, "");
-
-  // Too small: cut to size - 1, the count is what was copied.
-  std::memset(out, 'X', sizeof out);
-  EXPECT_EQ(qv::platform::ProfileString("S", "Long", "", out, 5, kIni), 4u);
-  EXPECT_STREQ(out, "0123");
-  EXPECT_EQ(out[5], 'X');  // nothing beyond the given size
-  EXPECT_EQ(qv::platform::ProfileString("S", "Long", "", out, 1, kIni), 0u);
-  EXPECT_EQ(out[0], '\0');
-  std::memset(out, 'X', sizeof out);
-  EXPECT_EQ(qv::platform::ProfileString("S", "Long", "", out, 0, kIni), 0u);
-  EXPECT_EQ(out[0], 'X');
-  // The default is cut the same way.
-  EXPECT_EQ(qv::platform::ProfileString("S", "None", "abcdef", out, 4, kIni), 3u);
-  EXPECT_STREQ(out, "abc");
+  struct Case { const char* file; const char* key; const char* dflt; uint32_t size, result; const char* text; } cases[] = {
+      {"C:\\Test\\None.ini", "Long", "def  ", 16, 3, "def"}, {kIni, "X", nullptr, 16, 0, ""},
+      {kIni, "Long", "", 5, 4, "0123"}, {kIni, "Long", "", 1, 0, ""}, {kIni, "Long", "", 0, 0, ""},
+      {kIni, "None", "abcdef", 4, 3, "abc"}};
+  for (const Case& c : cases) {
+    char out[20];
+    std::memset(out, 'X', sizeof out);
+    EXPECT_EQ(qv::platform::ProfileString("S", c.key, c.dflt, out, c.size, c.file), c.result) << c.key << c.size;
+    EXPECT_EQ(std::string(out, strnlen(out, c.size)), c.text) << c.key << c.size;
+    EXPECT_EQ(out[c.size], 'X') << c.key << c.size;
+  }
 }
 
 TEST(Profile, IntegerParsingMatchesWindows) {
@@ -114,13 +105,9 @@ TEST(Profile, IntegerParsingMatchesWindows) {
       {"Blank", 55}, {"Quoted", 15}, {"Hex", 31},     {"Big", 260},   {"Absent", 55},
   };
   for (const Case& c : cases) {
-    EXPECT_EQ(static_cast<int32_t>(qv::platform::ProfileInt("numbers", c.key, 55, kIni)),
-              c.expected)
-        << c.key;
+    EXPECT_EQ(static_cast<int32_t>(qv::platform::ProfileInt("numbers", c.key, 55, kIni)), c.expected) << c.key;
   }
-  EXPECT_EQ(static_cast<int32_t>(qv::platform::ProfileInt("Numbers", "Dec", -3,
-                                                          "C:\\Test\\None.ini")),
-            -3);
+  EXPECT_EQ(static_cast<int32_t>(qv::platform::ProfileInt("Numbers", "Dec", -3, "C:\\Test\\None.ini")), -3);
 }
 
 TEST(HostPath, MapsBelowRoot) {
