@@ -50,10 +50,7 @@ TEST(Connect, RefusedRatesAndUnansweredChannelOpen) {
   HarnessOptions options;
   options.sim.refused_rates = {250, 9600};
   Harness h(options);
-  struct Row {
-    const char* protocol;
-    short code;
-  };
+  struct Row { const char* protocol; short code; };
   const Row rows[] = {{"J1939", 457}, {"CAN", 454}, {"J1708", 456}, {"ISO15765", 458}};
   for (const Row& row : rows) {
     SCOPED_TRACE(row.protocol);
@@ -94,6 +91,11 @@ TEST(Connect, SecondAndThirdClient) {
   options.sim.auto_rate = 500;
   Harness h(options);
   ASSERT_EQ(h.Connect("J1939:Baud=Auto"), 1);
+  // The first client's echo, still unread while others join, is kept.
+  ASSERT_EQ(Command(h, 3, 1), 0);
+  ASSERT_EQ(Command(h, 16, 1, {0x01}), 0);
+  char message[] = "\x00\xEF\x00\x06\xF9\x00\x01";
+  ASSERT_EQ(h.lib().SendMessage(1, message, 7, 0, 0), 0);
   h.sim().ClearReceived();
 
   EXPECT_EQ(h.Connect("J1939"), 454);  // default 250 against 500
@@ -109,6 +111,13 @@ TEST(Connect, SecondAndThirdClient) {
   char speed[17] = {};
   EXPECT_EQ(h.lib().SendCommand(45, 2, speed, sizeof speed), 0);
   EXPECT_STREQ(speed, "500000");
+  char read[64] = {};
+  EXPECT_EQ(h.lib().ReadMessage(1, read, sizeof read, 0), 12);
+  EXPECT_EQ(read[4], 1);
+  // A J1939 client's own sends come back only when it asks for echo.
+  ASSERT_EQ(Command(h, 3, 2), 0);
+  ASSERT_EQ(h.lib().SendMessage(2, message, 7, 0, 0), 0);
+  EXPECT_EQ(h.lib().ReadMessage(2, read, sizeof read, 0), 0);
 }
 
 TEST(Connect, MissingVendorIni) {
@@ -170,13 +179,7 @@ TEST(Connect, CommandTraceLinesAtLevelTwo) {
   Harness h(options);
   h.root().WriteFile(kComConfig, "[COMConfig]\nDebugLevel=2\n");
   ASSERT_EQ(h.Connect("CAN"), 1);
-  struct Row {
-    uint16_t number;
-    short client;
-    Bytes params;
-    short result;
-    const char* line;
-  };
+  struct Row { uint16_t number; short client; Bytes params; short result; const char* line; };
   const Bytes id = {0x00, 0x07, 0xE0};
   const Row rows[] = {
       {21, 1, id, 0, R"(\(1,\(21\)Set_Broadcast_For_CAN,\{ 00 07 E0\},3\):\(0:NO_ERRORS\))"},
@@ -184,6 +187,8 @@ TEST(Connect, CommandTraceLinesAtLevelTwo) {
       {1, 1, {}, 143, R"(\(1,\(1\),\{\},0\):\(143:ERR_COMMAND_NOT_SUPPORTED\))"},
       {2002, 9, {0, 0}, 129, R"(\(9,\(2002\)Get_BatteryVoltage,\{0\.0V\},2\):\(129:ERR_INVALID_CLIENT_ID\))"},
       {21, 9, id, 129, R"(\(9,\(21\)Set_Broadcast_For_CAN,\{ 00 07 E0\},3\):\(129:ERR_INVALID_CLIENT_ID\))"},
+      {215, 1, {0xC8, 0xC8}, 0, R"(\(1,\(215\)Set_BlockTimeout,\{\},2\):\(0:NO_ERRORS\))"},
+      {38, 1, {0x00, 0xFF}, 0, R"(\(1,\(38\)Set_ISO15765_Baud,\{\},2\):\(0:NO_ERRORS\))"},
   };
   for (const Row& row : rows) EXPECT_EQ(Command(h, row.number, row.client, row.params), row.result);
   h.UnloadLibrary();

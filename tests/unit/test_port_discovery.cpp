@@ -39,36 +39,30 @@ struct Case {
 };
 
 TEST(PortDiscovery, FindsTheAdapterAndItsVariant) {
-  const std::string two = std::string(kHeader) + kSerialComm + Entry(Usb(0), "COM9") +
-                          Entry("\\\\Device\\\\Serial0", "COM1") + Entry(Usb(1), "COM4") + "\r\n" +
-                          kArbiter + Entry("COM4", Path("+#")) + Entry("COM9", Path("++#"));
+  // The SERIALCOMM key with these values, then the arbiter key with those.
+  auto reg = [](const std::string& serial_comm, const std::string& arbiter) {
+    return std::string(kHeader) + kSerialComm + serial_comm + kArbiter + arbiter;
+  };
+  const std::string no_arbiter = std::string(kHeader) + kSerialComm;
   const Case cases[] = {
-      {"two adapters: the first SERIALCOMM value wins", two, "", 2, "COM9", "#QV--VCI++#", 2},
-      {"format 1 marker", std::string(kHeader) + kSerialComm + Entry(Usb(0), "COM3") + kArbiter +
-                              Entry("COM3", Path("#")),
-       "", 1, "COM3", "#QV--VCI#", 1},
+      {"two adapters: the first SERIALCOMM value wins",
+       reg(Entry(Usb(0), "COM9") + Entry("\\\\Device\\\\Serial0", "COM1") + Entry(Usb(1), "COM4") + "\r\n",
+           Entry("COM4", Path("+#")) + Entry("COM9", Path("++#"))),
+       "", 2, "COM9", "#QV--VCI++#", 2},
+      {"format 1 marker", reg(Entry(Usb(0), "COM3"), Entry("COM3", Path("#"))), "", 1, "COM3", "#QV--VCI#", 1},
       {"lower-case device path still matches",
-       std::string(kHeader) + kSerialComm + Entry(Usb(0), "COM3") + kArbiter +
-           Entry("com3", "\\\\??\\\\usb#vid_0483&pid_5740#qv--vci+#6&1"),
-       "", 1, "COM3", "#QV--VCI+#", 0},
-      {"a digit after the path is no marker",
-       std::string(kHeader) + kSerialComm + Entry(Usb(0), "COM3") + kArbiter +
-           Entry("COM3", Path("7")),
-       "", 0, nullptr, nullptr, 1},
+       reg(Entry(Usb(0), "COM3"), Entry("com3", "\\\\??\\\\usb#vid_0483&pid_5740#qv--vci+#6&1")), "", 1, "COM3",
+       "#QV--VCI+#", 0},
+      {"a digit after the path is no marker", reg(Entry(Usb(0), "COM3"), Entry("COM3", Path("7"))), "", 0, nullptr,
+       nullptr, 1},
       {"another vendor's USB serial port is left out",
-       std::string(kHeader) + kSerialComm + Entry(Usb(0), "COM3") + kArbiter +
-           Entry("COM3", "\\\\??\\\\USB#VID_1234&PID_5678#X#"),
-       "", 0, nullptr, nullptr, 1},
+       reg(Entry(Usb(0), "COM3"), Entry("COM3", "\\\\??\\\\USB#VID_1234&PID_5678#X#")), "", 0, nullptr, nullptr, 1},
       {"no arbiter key, SN K...: every USB port is the adapter, format 0",
-       std::string(kHeader) + kSerialComm + Entry(Usb(0), "COM5") + Entry(Usb(1), "COM6"), "K123",
-       2, "COM5", "", 0},
-      {"no arbiter key, other SN: format 1",
-       std::string(kHeader) + kSerialComm + Entry(Usb(0), "COM5"), "A123", 1, "COM5", "", 1},
-      {"data longer than 8 bytes is skipped",
-       std::string(kHeader) + kSerialComm + Entry(Usb(0), "COM123456789") + Entry(Usb(1), "COM8"),
-       "", 1, "COM8", "", 1},
-      {"no SERIALCOMM key", std::string(kHeader) + kArbiter + Entry("COM3", Path("#")), "", 0,
-       nullptr, nullptr, 1},
+       no_arbiter + Entry(Usb(0), "COM5") + Entry(Usb(1), "COM6"), "K123", 2, "COM5", "", 0},
+      {"no arbiter key, other SN: format 1", no_arbiter + Entry(Usb(0), "COM5"), "A123", 1, "COM5", "", 1},
+      {"data longer than 8 bytes is skipped", no_arbiter + Entry(Usb(0), "COM123456789") + Entry(Usb(1), "COM8"), "",
+       1, "COM8", "", 1},
+      {"no SERIALCOMM key", std::string(kHeader) + kArbiter + Entry("COM3", Path("#")), "", 0, nullptr, nullptr, 1},
   };
   for (const Case& c : cases) {
     qvtest::TestRoot root;

@@ -25,6 +25,9 @@ const char kFile[] =
     ";Commented=hidden\r\n"
     "Empty=\r\n"
     "NoEquals\r\n"
+    "N\r\n"
+    "N=after a bare key\r\n"
+    "Q;=second character\r\n"
     "Twice=first\r\n"
     "Twice=second\r\n"
     "Equals=a=b\r\n"
@@ -46,11 +49,7 @@ const char kFile[] =
 TEST(Profile, StringLookupMatchesWindows) {
   qvtest::TestRoot root;
   root.WriteFile(kIni, kFile);
-  struct Case {
-    const char* section;
-    const char* key;
-    const char* expected;
-  } cases[] = {
+  struct Case { const char* section; const char* key; const char* expected; } cases[] = {
       {"Alpha", "Plain", "value"},
       {"ALPHA", "plain", "value"},             // names are case-insensitive
       {" Alpha ", " Plain ", "value"},         // requested names are trimmed
@@ -60,6 +59,9 @@ TEST(Profile, StringLookupMatchesWindows) {
       {"Alpha", "Commented", "dflt"},          // ';' lines are comments
       {"Alpha", "Empty", ""},                  // present but empty: empty, not default
       {"Alpha", "NoEquals", "dflt"},           // a line without '=' has no value
+      {"Alpha", "N", "dflt"},                  // ... even a one-letter one
+      {"Alpha", ";Commented", "dflt"},         // a comment is no key
+      {"Alpha", "Q;", "second character"},     // only a leading ';' comments
       {"Alpha", "Twice", "first"},             // first key wins
       {"Alpha", "Equals", "a=b"},              // split at the first '='
       {"Alpha", "Later", "dflt"},              // only the first [Alpha] is searched
@@ -77,60 +79,41 @@ TEST(Profile, StringLookupMatchesWindows) {
   }
 }
 
+// Missing values give the default (trailing blanks dropped as Windows does);
+// values and defaults alike are cut to size - 1 and nothing goes past size.
 TEST(Profile, StringDefaultsAndTruncation) {
   qvtest::TestRoot root;
   root.WriteFile(kIni, "[S]\nLong=0123456789\n");
-  char out[16];
-
-  // Missing file: the default, with trailing blanks dropped as Windows does.
-  EXPECT_EQ(qv::platform::ProfileString("S", "Long", "def  ", out, sizeof out,
-                                        "C:\\Test\\None.ini"), 3u);
-  EXPECT_STREQ(out, "def");
-  EXPECT_EQ(qv::platform::ProfileString("S", "X", nullptr, out, sizeof out, kIni), 0u);
-  EXPECT_STREQ(out, "");
-
-  // Too small: cut to size - 1, the count is what was copied.
-  std::memset(out, 'X', sizeof out);
-  EXPECT_EQ(qv::platform::ProfileString("S", "Long", "", out, 5, kIni), 4u);
-  EXPECT_STREQ(out, "0123");
-  EXPECT_EQ(out[5], 'X');  // nothing beyond the given size
-  EXPECT_EQ(qv::platform::ProfileString("S", "Long", "", out, 1, kIni), 0u);
-  EXPECT_EQ(out[0], '\0');
-  std::memset(out, 'X', sizeof out);
-  EXPECT_EQ(qv::platform::ProfileString("S", "Long", "", out, 0, kIni), 0u);
-  EXPECT_EQ(out[0], 'X');
-  // The default is cut the same way.
-  EXPECT_EQ(qv::platform::ProfileString("S", "None", "abcdef", out, 4, kIni), 3u);
-  EXPECT_STREQ(out, "abc");
+  struct Case { const char* file; const char* key; const char* dflt; uint32_t size, result; const char* text; } cases[] = {
+      {"C:\\Test\\None.ini", "Long", "def  ", 16, 3, "def"}, {kIni, "X", nullptr, 16, 0, ""},
+      {kIni, "Long", "", 5, 4, "0123"}, {kIni, "Long", "", 1, 0, ""}, {kIni, "Long", "", 0, 0, ""},
+      {kIni, "None", "abcdef", 4, 3, "abc"}};
+  for (const Case& c : cases) {
+    char out[20];
+    std::memset(out, 'X', sizeof out);
+    EXPECT_EQ(qv::platform::ProfileString("S", c.key, c.dflt, out, c.size, c.file), c.result) << c.key << c.size;
+    EXPECT_EQ(std::string(out, strnlen(out, c.size)), c.text) << c.key << c.size;
+    EXPECT_EQ(out[c.size], 'X') << c.key << c.size;
+  }
 }
 
 TEST(Profile, IntegerParsingMatchesWindows) {
   qvtest::TestRoot root;
   root.WriteFile(kIni, kFile);
-  struct Case {
-    const char* key;
-    int32_t expected;
-  } cases[] = {
+  struct Case { const char* key; int32_t expected; } cases[] = {
       {"Dec", 42},   {"Neg", -7},    {"Plus", 9},     {"Trail", 102}, {"Text", 0},
       {"Blank", 55}, {"Quoted", 15}, {"Hex", 31},     {"Big", 260},   {"Absent", 55},
   };
   for (const Case& c : cases) {
-    EXPECT_EQ(static_cast<int32_t>(qv::platform::ProfileInt("numbers", c.key, 55, kIni)),
-              c.expected)
-        << c.key;
+    EXPECT_EQ(static_cast<int32_t>(qv::platform::ProfileInt("numbers", c.key, 55, kIni)), c.expected) << c.key;
   }
-  EXPECT_EQ(static_cast<int32_t>(qv::platform::ProfileInt("Numbers", "Dec", -3,
-                                                          "C:\\Test\\None.ini")),
-            -3);
+  EXPECT_EQ(static_cast<int32_t>(qv::platform::ProfileInt("Numbers", "Dec", -3, "C:\\Test\\None.ini")), -3);
 }
 
 TEST(HostPath, MapsBelowRoot) {
   qvtest::TestRoot root;
   char out[512];
-  struct Case {
-    const char* windows;
-    std::string expected;
-  } cases[] = {
+  struct Case { const char* windows; std::string expected; } cases[] = {
       {"C:\\Windows\\QVRP32.ini", root.path() + "/Windows/QVRP32.ini"},
       {"D:\\A\\B", root.path() + "/A/B"},
       {"\\A", root.path() + "/A"},

@@ -1,5 +1,6 @@
 // The registry as a regedit export: which keys open, what each value index
-// yields, and the size contract of a value that does not fit.
+// yields, the size contract of a value that does not fit, the 256 KiB read
+// limit and the four key handles.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -10,31 +11,21 @@
 
 namespace {
 
-using qv::platform::kRegistryMoreData;
-using qv::platform::kRegistryNoMoreItems;
-using qv::platform::kRegistrySuccess;
+using namespace qv::platform;
 
 struct Enum {
-  uint32_t index;
-  uint32_t name_cap;
-  uint32_t data_cap;
+  uint32_t index, name_cap, data_cap;
   int32_t result;
-  std::string name;  // checked on success
-  std::string data;
-  uint32_t data_size;  // out: with the NUL, also the size needed on ERROR_MORE_DATA
-};
-
-struct Case {
-  const char* what;
-  std::string file;  // nothing written when empty
-  const char* key;
-  bool opens;
-  std::vector<Enum> steps;
+  std::string name, data;  // checked on success
+  uint32_t data_size;      // with the NUL; the size needed on ERROR_MORE_DATA
 };
 
 const std::string kTest = "[HKEY_LOCAL_MACHINE\\Software\\Test]";
 
 TEST(RegistryFile, OpensKeysAndEnumeratesValues) {
+  struct Case { const char* what; std::string file; const char* key; bool opens; std::vector<Enum> steps; };
+  const std::string value = kTest + "\n\"a\"=\"1\"\n";
+  auto padded = [](size_t bytes) { return "REGEDIT4\n" + std::string(bytes - 10, ';') + "\n"; };
   const Case cases[] = {
       {"escapes, file order, CRLF, non-strings passed over",
        "REGEDIT4\r\n\r\n" + kTest + "\r\n\"first\"=\"a \\\"quoted\\\" \\\\ value\"\r\n" +
@@ -43,9 +34,9 @@ TEST(RegistryFile, OpensKeysAndEnumeratesValues) {
        {{0, 100, 64, kRegistrySuccess, "first", "a \"quoted\" \\ value", 19},
         {1, 100, 64, kRegistrySuccess, "second", "COM12345", 9},
         {2, 100, 64, kRegistryNoMoreItems, "", "", 0}}},
-      {"key paths compare without case",
-       "REGEDIT4\n[hkey_local_machine\\SOFTWARE\\test]\n\"a\"=\"1\"\n", "software\\TEST", true,
-       {{0, 100, 64, kRegistrySuccess, "a", "1", 2}}},
+      {"an escaped quote at the line's end leaves the string open",
+       "REGEDIT4\n" + kTest + "\n\"bad\"=\"x\\\"\n\"good\"=\"y\"\n", "software\\TEST", true,
+       {{0, 100, 64, kRegistrySuccess, "good", "y", 2}}},
       {"data one byte short of its NUL, then a name that does not fit; later values still come",
        "REGEDIT4\n" + kTest + "\n\"port\"=\"COM12345\"\n\"longname\"=\"x\"\n\"b\"=\"y\"\n",
        "Software\\Test", true,
@@ -54,41 +45,72 @@ TEST(RegistryFile, OpensKeysAndEnumeratesValues) {
         {1, 8, 64, kRegistryMoreData, "", "", 2},
         {2, 100, 64, kRegistrySuccess, "b", "y", 2}}},
       {"a key ends at the next section, a subkey's included",
-       "REGEDIT4\n" + kTest + "\n\"a\"=\"1\"\n[HKEY_LOCAL_MACHINE\\Software\\Test\\Sub]\n" +
-           "\"b\"=\"2\"\n",
+       "REGEDIT4\n" + kTest + "\n\"a\"=\"1\"\n[HKEY_LOCAL_MACHINE\\Software\\Test\\Sub]\n\"b\"=\"2\"\n",
        "Software\\Test", true,
        {{0, 100, 64, kRegistrySuccess, "a", "1", 2}, {1, 100, 64, kRegistryNoMoreItems, "", "", 0}}},
       {"the default value and a last line without its line feed",
        "REGEDIT4\n" + kTest + "\n@=\"dflt\"\n\"z\"=\"end\"", "Software\\Test", true,
        {{0, 100, 64, kRegistrySuccess, "", "dflt", 5}, {1, 100, 64, kRegistrySuccess, "z", "end", 4}}},
+      {"a key ending on the 262144th byte", padded(262144 - value.size()) + value + "[x]",
+       "Software\\Test", true, {{0, 100, 64, kRegistrySuccess, "a", "1", 2}}},
+      {"a key after it", padded(262144) + value, "Software\\Test", false, {}},
       {"another hive is not the machine's",
        "REGEDIT4\n[HKEY_CURRENT_USER\\Software\\Test]\n\"a\"=\"1\"\n", "Software\\Test", false, {}},
       {"a parent key's section does not open its subkey",
        "REGEDIT4\n" + kTest + "\n\"a\"=\"1\"\n", "Software\\Test\\Sub", false, {}},
   };
   for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
     qvtest::TestRoot root;
-    if (!c.file.empty()) root.WriteFile("C:\\registry.reg", c.file);
-    qv::platform::RegistryKey key = 0;
-    ASSERT_EQ(qv::platform::RegistryOpenMachineKey(c.key, &key), c.opens) << c.what;
-    if (!c.opens) continue;
+    root.WriteFile("C:\\registry.reg", c.file);
+    RegistryKey key = 0;
+    ASSERT_EQ(RegistryOpenMachineKey(c.key, &key), c.opens);
     for (const Enum& step : c.steps) {
+      SCOPED_TRACE(step.index);
       char name[100] = {};
       uint8_t data[64] = {};
-      uint32_t name_size = step.name_cap;
-      uint32_t data_size = step.data_cap;
-      const int32_t result =
-          qv::platform::RegistryEnumValue(key, step.index, name, &name_size, data, &data_size);
-      EXPECT_EQ(result, step.result) << c.what << ", index " << step.index;
+      uint32_t name_size = step.name_cap, data_size = step.data_cap;
+      const int32_t result = RegistryEnumValue(key, step.index, name, &name_size, data, &data_size);
+      EXPECT_EQ(result, step.result);
       if (result == kRegistryNoMoreItems) continue;
-      EXPECT_EQ(data_size, step.data_size) << c.what << ", index " << step.index;
+      EXPECT_EQ(data_size, step.data_size);
       if (result != kRegistrySuccess) continue;
-      EXPECT_EQ(name, step.name) << c.what;
-      EXPECT_EQ(name_size, step.name.size()) << c.what;
-      EXPECT_EQ(std::string(reinterpret_cast<char*>(data)), step.data) << c.what;
+      EXPECT_EQ(name, step.name);
+      EXPECT_EQ(name_size, step.name.size());
+      EXPECT_EQ(std::string(reinterpret_cast<char*>(data)), step.data);
     }
-    qv::platform::RegistryClose(key);
+    if (c.opens) RegistryClose(key);
   }
+}
+
+// Four keys can be open at once; a closed key's handle is free again and a
+// handle out of range closes nothing.
+TEST(RegistryFile, KeyHandles) {
+  qvtest::TestRoot root;
+  root.WriteFile("C:\\registry.reg", "REGEDIT4\n" + kTest + "\n\"a\"=\"1\"\n");
+  RegistryKey keys[5] = {};
+  for (int round = 0; round < 6; ++round) {
+    ASSERT_TRUE(RegistryOpenMachineKey("Software\\Test", &keys[0])) << round;
+    RegistryClose(keys[0]);
+  }
+  for (int i = 0; i < 4; ++i) ASSERT_TRUE(RegistryOpenMachineKey("Software\\Test", &keys[i])) << i;
+  for (RegistryKey bad : {0, 5, -1}) RegistryClose(bad);
+  EXPECT_FALSE(RegistryOpenMachineKey("Software\\Test", &keys[4]));
+  char name[8];
+  uint8_t data[8];
+  for (int i = 0; i < 4; ++i) {
+    uint32_t name_size = sizeof name, data_size = sizeof data;
+    EXPECT_EQ(RegistryEnumValue(keys[i], 0, name, &name_size, data, &data_size), kRegistrySuccess) << i;
+  }
+  for (RegistryKey bad : {0, 5}) {
+    uint32_t name_size = sizeof name, data_size = sizeof data;
+    EXPECT_EQ(RegistryEnumValue(bad, 0, name, &name_size, data, &data_size), 6) << bad;
+  }
+  RegistryClose(keys[3]);
+  EXPECT_TRUE(RegistryOpenMachineKey("Software\\Test", &keys[4]));
+  EXPECT_EQ(keys[4], keys[3]);
+  for (int i = 0; i < 3; ++i) RegistryClose(keys[i]);
+  RegistryClose(keys[4]);
 }
 
 }  // namespace

@@ -13,12 +13,6 @@ const char kVendorIni[] = "C:\\Windows\\QVRP32.ini";
 const char kComConfig[] = "C:\\ProgramData\\QV\\Corvane\\COMConfig.ini";
 const char kDebugLog[] = "C:\\ProgramData\\QV\\log\\QVRP1210_log.txt";
 
-template <typename F>
-void Resolve(void* handle, const char* name, F* out) {
-  // Exports still being written stay null; a test that needs one fails there.
-  *out = reinterpret_cast<F>(dlsym(handle, name));
-}
-
 }  // namespace
 
 Rp1210Library::Rp1210Library(const char* path) {
@@ -27,18 +21,10 @@ Rp1210Library::Rp1210Library(const char* path) {
     const char* why = dlerror();
     throw std::runtime_error(std::string("cannot load ") + path + ": " + (why ? why : "?"));
   }
-  Resolve(handle_, "RP1210_ClientConnect", &ClientConnect);
-  Resolve(handle_, "RP1210_ClientDisconnect", &ClientDisconnect);
-  Resolve(handle_, "RP1210_SendMessage", &SendMessage);
-  Resolve(handle_, "RP1210_ReadMessage", &ReadMessage);
-  Resolve(handle_, "RP1210_SendCommand", &SendCommand);
-  Resolve(handle_, "RP1210_ReadVersion", &ReadVersion);
-  Resolve(handle_, "RP1210_GetErrorMsg", &GetErrorMsg);
-  Resolve(handle_, "RP1210_GetHardwareStatus", &GetHardwareStatus);
-  Resolve(handle_, "RP1210_ReadDetailedVersion", &ReadDetailedVersion);
-  Resolve(handle_, "RP1210_GetLastErrorMsg", &GetLastErrorMsg);
-  Resolve(handle_, "RP1210_Ioctl", &Ioctl);
-  Resolve(handle_, "RP1210_ReadSerialNumber", &ReadSerialNumber);
+  // Exports still being written stay null; a test that needs one fails there.
+#define QV_RESOLVE(name) name = reinterpret_cast<decltype(name)>(dlsym(handle_, "RP1210_" #name));
+  QV_HARNESS_EXPORTS(QV_RESOLVE)
+#undef QV_RESOLVE
 }
 
 Rp1210Library::~Rp1210Library() {

@@ -12,6 +12,12 @@
 
 namespace qvtest {
 
+// The exports the tests call, each a member of Rp1210Library.
+#define QV_HARNESS_EXPORTS(X)                                                                   \
+  X(ClientConnect) X(ClientDisconnect) X(SendMessage) X(ReadMessage) X(SendCommand) X(ReadVersion) \
+  X(GetErrorMsg) X(GetHardwareStatus) X(ReadDetailedVersion) X(Ioctl) X(ReadSerialNumber)
+#define QV_HARNESS_MEMBER(name) decltype(&::RP1210_##name) name = nullptr;
+
 class Rp1210Library {
  public:
   explicit Rp1210Library(const char* path = QVRP32_LIBRARY_PATH);
@@ -19,18 +25,7 @@ class Rp1210Library {
   Rp1210Library(const Rp1210Library&) = delete;
   Rp1210Library& operator=(const Rp1210Library&) = delete;
 
-  decltype(&::RP1210_ClientConnect) ClientConnect = nullptr;
-  decltype(&::RP1210_ClientDisconnect) ClientDisconnect = nullptr;
-  decltype(&::RP1210_SendMessage) SendMessage = nullptr;
-  decltype(&::RP1210_ReadMessage) ReadMessage = nullptr;
-  decltype(&::RP1210_SendCommand) SendCommand = nullptr;
-  decltype(&::RP1210_ReadVersion) ReadVersion = nullptr;
-  decltype(&::RP1210_GetErrorMsg) GetErrorMsg = nullptr;
-  decltype(&::RP1210_GetHardwareStatus) GetHardwareStatus = nullptr;
-  decltype(&::RP1210_ReadDetailedVersion) ReadDetailedVersion = nullptr;
-  decltype(&::RP1210_GetLastErrorMsg) GetLastErrorMsg = nullptr;
-  decltype(&::RP1210_Ioctl) Ioctl = nullptr;
-  decltype(&::RP1210_ReadSerialNumber) ReadSerialNumber = nullptr;
+  QV_HARNESS_EXPORTS(QV_HARNESS_MEMBER)
 
  private:
   void* handle_ = nullptr;

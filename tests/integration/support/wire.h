@@ -55,16 +55,17 @@ inline short Command(Harness& h, uint16_t number, short client, Bytes params = {
                              reinterpret_cast<char*>(params.data()), n);
 }
 
-// One command call: its result and the 0x95 request it sends, if any.
+// One command call: its result and the 0x95 request it sends, if any (n
+// may differ from params.size(); after_header follows the 5-byte header).
 struct CommandRow {
   const char* what;
   uint16_t number;
   Bytes params;
-  short n;  // size passed; may differ from params.size()
+  short n;
   bool null_ptr;
   short result;
   bool sent;
-  Bytes after_header;  // request bytes after the 5-byte header
+  Bytes after_header;
 };
 
 // Runs each row as client 1 on a J1939 channel.
