@@ -19,6 +19,7 @@ constexpr uint32_t kFrameId = 0x0CF00400;
 // J1939 body: header, PGN (3), how/priority, source, destination, then data.
 constexpr size_t kBodyHeader = 7;
 constexpr size_t kPayloadHeader = 3;  // 0x97, protocol, channel
+constexpr size_t kFrameRoom = 128;    // one frame of the benchmark's message
 
 template <typename F>
 bool Resolve(void* handle, const char* name, F* out) {
@@ -73,7 +74,7 @@ bool BenchSession::Start(std::string* why) {
   payload_ = {0x97, qvsim::kJ1939, 0x01};
   payload_.insert(payload_.end(), body.begin(), body.end());
   number_at_ = kPayloadHeader + kBodyHeader;
-  batch_.resize(kMaxBatch * qv::link::kFrameBufferSize / 64);
+  batch_.reserve(kMaxBatch * kFrameRoom);
   return true;
 }
 
@@ -114,19 +115,20 @@ void BenchSession::CloseLibrary() {
 
 void BenchSession::WriteMessages(uint32_t first, uint32_t count) {
   if (count > kMaxBatch) count = kMaxBatch;
-  batch_.resize(batch_.capacity());  // within capacity: no allocation
-  size_t at = 0;
+  batch_.clear();  // keeps its capacity: no allocation below
+  uint8_t frame[kFrameRoom];
   for (uint32_t i = 0; i < count; ++i) {
     const uint32_t number = first + i;
     payload_[number_at_] = static_cast<uint8_t>(number >> 24);
     payload_[number_at_ + 1] = static_cast<uint8_t>(number >> 16);
     payload_[number_at_ + 2] = static_cast<uint8_t>(number >> 8);
     payload_[number_at_ + 3] = static_cast<uint8_t>(number);
-    at += qv::link::EncodeAdapterFrame(batch_.data() + at, static_cast<uint32_t>(batch_.size() - at),
-                                       payload_.data(), static_cast<int32_t>(payload_.size()),
-                                       static_cast<uint8_t>(frame_format_));
+    const uint32_t n =
+        qv::link::EncodeAdapterFrame(frame, sizeof frame, payload_.data(),
+                                     static_cast<int32_t>(payload_.size()),
+                                     static_cast<uint8_t>(frame_format_));
+    batch_.insert(batch_.end(), frame, frame + n);
   }
-  batch_.resize(at);
   sim_->SendRaw(batch_);
 }
 
