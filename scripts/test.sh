@@ -43,6 +43,9 @@ echo "== fuzzing: each fuzz program for ${FUZZ_SECONDS:-30} s, two at a time"
 { cmake --preset fuzz >/dev/null && cmake --build --preset fuzz -j "$jobs" && bash fuzz/run.sh; } ||
   status=1
 
+echo "== benchmark: a short smoke run (figures are not checked)"
+timeout 120 build/linux/bench/qvrp32-bench --smoke >/dev/null || status=1
+
 echo "== tests: sanitizer build"
 ctest --preset linux-asan -j "$jobs" || status=1
 echo "== tests: release build"
