@@ -18,7 +18,7 @@ namespace {
 // Bytes decoded per hold of the receive guard. A reset waits for one such
 // chunk at most, and a waiter learns of the chunk's records as soon as it is
 // done: a few microseconds of decoding, however long the backlog.
-constexpr uint32_t kChunkBytes = 4096;
+constexpr uint32_t kChunkBytes = 1024;
 
 void FileQuietly(const uint8_t* payload, uint16_t length) {
   if (ClassifyPayload(payload, length) == PayloadClass::kMessage) {
