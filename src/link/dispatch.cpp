@@ -20,7 +20,7 @@ namespace {
 // done: a few microseconds of decoding, however long the backlog.
 constexpr uint32_t kChunkBytes = 1024;
 
-void FileQuietly(const uint8_t* payload, uint16_t length) {
+void FilePayload(const uint8_t* payload, uint16_t length) {
   if (ClassifyPayload(payload, length) == PayloadClass::kMessage) {
     g_message_queue.File(payload, length);
   } else {
@@ -45,7 +45,7 @@ bool DecodeChunk(bool* filed) {
     // effect from the next frame on.
     const uint16_t length = g_frame_decoder.Feed(byte, g_frame_format);
     if (length > 0) {
-      FileQuietly(g_frame_decoder.Payload(), length);
+      FilePayload(g_frame_decoder.Payload(), length);
       *filed = true;
     }
   }
@@ -54,11 +54,6 @@ bool DecodeChunk(bool* filed) {
 }
 
 }  // namespace
-
-void FilePayload(const uint8_t* payload, uint16_t length) {
-  FileQuietly(payload, length);
-  LinkWakeSignal().Raise();
-}
 
 void DispatchAdapterFrames() {
   for (;;) {
