@@ -64,6 +64,9 @@ echo "== tests: ThreadSanitizer build"
   TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" \
     ctest --preset linux-tsan -j "$jobs" -E EndsAfterFortySeconds; } || status=1
 
+echo "== benchmark: a short smoke run (figures are not checked)"
+timeout 120 build/linux/bench/qvrp32-bench --smoke >/dev/null || status=1
+
 echo "== tests: sanitizer build"
 ctest --preset linux-asan -j "$jobs" || status=1
 echo "== tests: 32-bit build (-m32), unit and integration"

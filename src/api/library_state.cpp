@@ -45,6 +45,7 @@ void ResetClientTable() {
   std::memset(&g_state.slots[0], 0, sizeof g_state.slots[0]);
   for (int index = 1; index <= 2; ++index) {
     ApplySlotDefaults(g_state.slots[index]);
+    messaging::ResetRxQueueLocked(index);
   }
   std::memset(g_state.client_ready, 0, sizeof g_state.client_ready);
 }
@@ -53,6 +54,7 @@ void ReleaseClientSlot(int index) {
   if (index != 1 && index != 2) return;  // slot 0 is never handed out
   platform::LockGuard mailbox(messaging::g_mailbox_lock);
   ApplySlotDefaults(g_state.slots[index]);
+  messaging::ResetRxQueueLocked(index);
   g_state.client_ready[index] = 0;
 }
 

@@ -80,7 +80,8 @@ struct ClientSlot {
   uint8_t address_claim_flag;
   J1939FilterEntry j1939_filters[kJ1939FilterEntries];
   PendingEcho echo;
-  RxMessageQueue rx_queue;
+  // The RxMessageQueues of slots 1 and 2 live with the mailbox
+  // (messaging/client_mailbox.h): slot 0 is never handed out and has none.
 };
 
 struct AdapterInfo {

@@ -105,17 +105,19 @@ short RP1210_CALL RP1210_SendCommand(short nCommandNumber, short nClientID,
   CommandCall call;
   std::memset(&call, 0, sizeof call);
   char start[64];
-  const uint32_t start_ms = TraceClock(start);
+  const uint32_t start_ms = TraceClockFor(2, start);
   call.number = static_cast<uint16_t>(nCommandNumber);
   call.client_id = static_cast<uint16_t>(nClientID);
   call.caller_params = fpchClientCommand;
   call.n = nMessageSize;
 
+  const int16_t result = RunCommand(call);
+  // Nothing is formatted for a line the log will not keep.
+  if (!LogWouldPrint(2)) return result;
+  if (start[0] == '\0') BackdatedTraceClock(start, MillisecondCounter() - start_ms);
   char name[kNameTextSize];
   std::memset(name, 0, sizeof name);
   std::snprintf(name, sizeof name, "%s", CommandName(call.number));
-
-  const int16_t result = RunCommand(call);
   FormatParamText(call);
   LogPrint(2, 0, "\n>>%12s[%10d] RP1210_SendCommand(%d,(%d)%s,{%s},%d):(%d:%s)", start,
            static_cast<int>(MillisecondCounter() - start_ms), nClientID,

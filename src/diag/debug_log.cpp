@@ -89,9 +89,13 @@ void CloseDebugLog() {
   CloseFileLocked();
 }
 
+bool LogWouldPrint(int32_t level) {
+  return g_log_file.load() != nullptr && g_config.log_level != 0 && level <= g_config.log_level;
+}
+
 int LogPrint(int32_t level, int32_t ignored, const char* format, ...) {
   (void)ignored;
-  if (!g_log_file || g_config.log_level == 0 || level > g_config.log_level) return 0;
+  if (!LogWouldPrint(level)) return 0;
   // On the caller's stack so that concurrent callers never share it. A
   // longer text is cut to what fits; the line is still written.
   char text[kLogTextSize];

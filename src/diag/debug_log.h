@@ -21,9 +21,19 @@ int LogPrint(int32_t level, int32_t ignored, const char* format, ...)
 #endif
     ;
 
+// True when LogPrint(level, ...) would write its line now. The calls that
+// trace every message ask first and skip the work for a line nobody keeps.
+bool LogWouldPrint(int32_t level);
+
 // Writes "%02d:%02d:%02d.%03d" local time into a zeroed 64-byte buffer and
 // returns MillisecondCounter().
 uint32_t TraceClock(char* text64);
+// TraceClock when a line of `level` would be written, otherwise only the
+// counter, with an empty text.
+uint32_t TraceClockFor(int32_t level, char* text64);
+// For a call that skipped the clock text but whose line is written after all
+// (the log was opened meanwhile): the local time `elapsed_ms` ago.
+void BackdatedTraceClock(char* text64, uint32_t elapsed_ms);
 // Performance counter in milliseconds, truncated to 32 bits.
 uint32_t MillisecondCounter();
 // " %02X" per byte into a zeroed output; empty and 0 when it does not fit.

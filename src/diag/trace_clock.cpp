@@ -26,12 +26,33 @@ uint32_t MillisecondCounter() {
   return static_cast<uint32_t>(ms);
 }
 
-uint32_t TraceClock(char* text64) {
+namespace {
+void FormatClock(char* text64, int hour, int minute, int second, int millisecond) {
   std::memset(text64, 0, 64);
+  std::snprintf(text64, 64, "%02d:%02d:%02d.%03d", hour, minute, second, millisecond);
+}
+}  // namespace
+
+uint32_t TraceClock(char* text64) {
   platform::LocalTime now = platform::GetLocalTime();
-  std::snprintf(text64, 64, "%02d:%02d:%02d.%03d", now.hour, now.minute, now.second,
-                now.millisecond);
+  FormatClock(text64, now.hour, now.minute, now.second, now.millisecond);
   return MillisecondCounter();
+}
+
+uint32_t TraceClockFor(int32_t level, char* text64) {
+  if (LogWouldPrint(level)) return TraceClock(text64);
+  text64[0] = '\0';
+  return MillisecondCounter();
+}
+
+void BackdatedTraceClock(char* text64, uint32_t elapsed_ms) {
+  constexpr int64_t kDayMs = 86400000;
+  const platform::LocalTime now = platform::GetLocalTime();
+  const int64_t of_day =
+      ((now.hour * 60 + now.minute) * 60 + now.second) * 1000LL + now.millisecond;
+  const int64_t then = ((of_day - elapsed_ms) % kDayMs + kDayMs) % kDayMs;
+  FormatClock(text64, static_cast<int>(then / 3600000), static_cast<int>(then / 60000 % 60),
+              static_cast<int>(then / 1000 % 60), static_cast<int>(then % 1000));
 }
 
 }  // namespace qv

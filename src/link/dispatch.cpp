@@ -13,28 +13,56 @@ namespace qv::link {
 
 FrameDecoder g_frame_decoder;
 
+namespace {
+
+// Bytes decoded per hold of the receive guard. A reset waits for one such
+// chunk at most, and a waiter learns of the chunk's records as soon as it is
+// done: a few microseconds of decoding, however long the backlog.
+constexpr uint32_t kChunkBytes = 1024;
+
 void FilePayload(const uint8_t* payload, uint16_t length) {
   if (ClassifyPayload(payload, length) == PayloadClass::kMessage) {
     g_message_queue.File(payload, length);
   } else {
     g_reply_queue.File(payload, length);
   }
-  LinkWakeSignal().Raise();
 }
 
-void DispatchAdapterFrames() {
+// Decodes up to kChunkBytes from the read index. Returns false when the
+// ring was empty; *filed tells whether a payload was filed.
+bool DecodeChunk(bool* filed) {
   RxByteRing& ring = g_rx_ring;
-  for (;;) {
-    // Held per byte, so a reset waits for one byte's work at most.
-    ReceiveGuard guard;
-    const uint32_t read = ring.read_index.load();
-    if (read == ring.write_index.load()) return;
+  // Held for the whole chunk, so a reset can never fall between a byte
+  // leaving the ring and its frame being filed, nor see a stale read index.
+  ReceiveGuard guard;
+  uint32_t read = ring.read_index.load(std::memory_order_relaxed);
+  const uint32_t write = ring.write_index.load(std::memory_order_relaxed);
+  if (read == write) return false;
+  for (uint32_t left = kChunkBytes; read != write && left > 0; --left) {
     const uint8_t byte = ring.data[read];
-    ring.read_index.store((read + 1) & kRxRingMask);
+    read = (read + 1) & kRxRingMask;
     // The FrameFormat is read again for every byte, so a new selection takes
     // effect from the next frame on.
     const uint16_t length = g_frame_decoder.Feed(byte, g_frame_format);
-    if (length > 0) FilePayload(g_frame_decoder.Payload(), length);
+    if (length > 0) {
+      FilePayload(g_frame_decoder.Payload(), length);
+      *filed = true;
+    }
+  }
+  ring.read_index.store(read, std::memory_order_relaxed);
+  return true;
+}
+
+}  // namespace
+
+void DispatchAdapterFrames() {
+  for (;;) {
+    bool filed = false;
+    const bool decoded = DecodeChunk(&filed);
+    // One wake-up per chunk, not per record: a waiter takes every record
+    // that is there when it wakes.
+    if (filed) LinkWakeSignal().Raise();
+    if (!decoded) return;
   }
 }
 

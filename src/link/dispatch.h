@@ -13,7 +13,5 @@ extern FrameDecoder g_frame_decoder;
 // Consumes the RxByteRing, files every complete valid payload in the
 // ReplyQueue or the MessageQueue, and raises the link's wake-up signal.
 void DispatchAdapterFrames();
-// Classifies and files one payload.
-void FilePayload(const uint8_t* payload, uint16_t length);
 
 }  // namespace qv::link

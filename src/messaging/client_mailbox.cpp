@@ -9,14 +9,19 @@ platform::RecursiveLock g_mailbox_lock;
 namespace {
 constexpr uint32_t kIndexMask = kRxQueueRecords - 1;
 
+// One RxMessageQueue per slot that can be handed out (1 and 2); guarded by
+// g_mailbox_lock like everything else here.
+RxMessageQueue g_rx_queues[2];
+
 bool IsClientSlot(int slot) { return slot == 1 || slot == 2; }
+RxMessageQueue& QueueOf(int slot) { return g_rx_queues[slot - 1]; }
 }  // namespace
 
 void StoreRxRecord(int slot, const uint8_t* body, int32_t length) {
   if (!IsClientSlot(slot) || length < 0) return;
   if (length > kRxRecordBodyBytes) length = kRxRecordBodyBytes;
   platform::LockGuard lock(g_mailbox_lock);
-  RxMessageQueue& queue = g_state.slots[slot].rx_queue;
+  RxMessageQueue& queue = QueueOf(slot);
   const uint32_t next = (queue.write_index + 1) & kIndexMask;
   if (next == (queue.read_index & kIndexMask)) {
     queue.read_index = (queue.read_index + 1) & kIndexMask;  // drop the oldest
@@ -30,7 +35,7 @@ void StoreRxRecord(int slot, const uint8_t* body, int32_t length) {
 int32_t TakeRxRecord(int slot, uint8_t (&body)[kRxRecordBodyBytes]) {
   if (!IsClientSlot(slot)) return -1;
   platform::LockGuard lock(g_mailbox_lock);
-  RxMessageQueue& queue = g_state.slots[slot].rx_queue;
+  RxMessageQueue& queue = QueueOf(slot);
   if ((queue.read_index & kIndexMask) == (queue.write_index & kIndexMask)) return -1;
   RxRecord& record = queue.records[queue.read_index & kIndexMask];
   const int32_t length = record.length;
@@ -43,7 +48,15 @@ int32_t TakeRxRecord(int slot, uint8_t (&body)[kRxRecordBodyBytes]) {
 void ClearRxQueue(int slot) {
   if (!IsClientSlot(slot)) return;
   platform::LockGuard lock(g_mailbox_lock);
-  for (RxRecord& record : g_state.slots[slot].rx_queue.records) record.length = 0;
+  for (RxRecord& record : QueueOf(slot).records) record.length = 0;
+}
+
+void ResetRxQueueLocked(int slot) {
+  if (!IsClientSlot(slot)) return;
+  RxMessageQueue& queue = QueueOf(slot);
+  for (RxRecord& record : queue.records) record.length = 0;
+  queue.read_index = 0;
+  queue.write_index = 0;
 }
 
 void StoreEcho(int slot, const uint8_t* message, int32_t n) {

@@ -19,7 +19,11 @@ void StoreRxRecord(int slot, const uint8_t* body, int32_t length);
 // Takes the record at the read index: -1 when the queue is empty, otherwise
 // the record's length (0 for a record emptied by connect).
 int32_t TakeRxRecord(int slot, uint8_t (&body)[kRxRecordBodyBytes]);
+// Connect: every record's length to 0; the indexes stay.
 void ClearRxQueue(int slot);
+// A freed slot: indexes 0 and every record's length 0. The caller holds
+// g_mailbox_lock, so the slot and its queue are reset as one.
+void ResetRxQueueLocked(int slot);
 
 // Fills the slot's pending echo record from a sent message of n bytes.
 void StoreEcho(int slot, const uint8_t* message, int32_t n);

@@ -240,10 +240,13 @@ short RP1210_CALL RP1210_ReadMessage(short nClientID, char* fpchAPIMessage, shor
                                      short nBlockOnRead) {
   using namespace qv;
   char start[64];
-  const uint32_t start_ms = TraceClock(start);
+  const uint32_t start_ms = TraceClockFor(4, start);
   auto* out = reinterpret_cast<uint8_t*>(fpchAPIMessage);
   const int32_t result = messaging::Enter(nClientID, out, nBufferSize, nBlockOnRead);
+  // Nothing is formatted for a line the log will not keep.
+  if (!LogWouldPrint(4)) return static_cast<short>(result);
   const int duration = static_cast<int>(MillisecondCounter() - start_ms);
+  if (start[0] == '\0') BackdatedTraceClock(start, static_cast<uint32_t>(duration));
   if (result > 0) {
     char text[kLogTextSize];
     HexString(text, sizeof text, out, result);

@@ -81,14 +81,17 @@ short RP1210_CALL RP1210_SendMessage(short nClientID, char* fpchClientMessage,
   using namespace qv;
   platform::LockGuard lock(g_api_lock);
   char start[64];
-  const uint32_t start_ms = TraceClock(start);
+  const uint32_t start_ms = TraceClockFor(3, start);
   const auto* message = reinterpret_cast<const uint8_t*>(fpchClientMessage);
-  char text[kLogTextSize];
-  HexString(text, sizeof text, message, nMessageSize);
 
   // The notify and block flags only reach the trace: every send is a
   // blocking send with a bounded wait.
   const int16_t result = messaging::Send(nClientID, message, nMessageSize);
+  // Nothing is formatted for a line the log will not keep.
+  if (!LogWouldPrint(3)) return result;
+  if (start[0] == '\0') BackdatedTraceClock(start, MillisecondCounter() - start_ms);
+  char text[kLogTextSize];
+  HexString(text, sizeof text, message, nMessageSize);
   LogPrint(3, 0, "\n>>%12s[%10d] RP1210_SendMessage(%d,{...},%d,%d,%d):(%d:%s)->:%s", start,
            static_cast<int>(MillisecondCounter() - start_ms), nClientID, nMessageSize,
            nNotifyStatusOnTx, nBlockOnSend, result, Rp1210ErrorName(result), text);

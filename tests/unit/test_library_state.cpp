@@ -6,6 +6,7 @@
 #include <string>
 
 #include "api/library_state.h"
+#include "messaging/client_mailbox.h"
 
 namespace {
 
@@ -32,13 +33,18 @@ TEST(LibraryState, ResetAndRelease) {
 
   for (int i = 1; i <= 2; ++i) {
     qv::g_state.slots[i].client_id = static_cast<uint16_t>(i);
-    qv::g_state.slots[i].rx_queue.records[511].length = 9;
+    qv::g_state.slots[i].protocol_id = qv::kProtocolJ1939;
+    const uint8_t body[9] = {};
+    qv::messaging::StoreRxRecord(i, body, sizeof body);
     qv::g_state.client_ready[i] = qv::kReadyMark;
   }
   qv::ReleaseClientSlot(0);  // never handed out: ignored
   qv::ReleaseClientSlot(3);
   qv::ReleaseClientSlot(2);
   ExpectFreeSlot(s.slots[2]);
+  uint8_t out[qv::kRxRecordBodyBytes];
+  EXPECT_EQ(qv::messaging::TakeRxRecord(2, out), -1) << "its RxMessageQueue is emptied";
+  EXPECT_EQ(qv::messaging::TakeRxRecord(1, out), 9);
   EXPECT_EQ(s.client_ready[2], 0u);
   EXPECT_EQ(s.slots[1].client_id, 1);
   EXPECT_EQ(s.client_ready[1], qv::kReadyMark);
