@@ -52,7 +52,7 @@ TEST(DriverDiscovery, PicksAnInstalledImplementationFromRp121032Ini) {
       {"OTHER,qvrp32", "", true, "qvrp32"},
       {"OTHER,THIRD", "", true, "OTHER"},
       {"GONE,OTHER", "", true, "OTHER"},
-      {"QVRP32X,OTHER", "", true, "QVRP32X"},
+      {"QVRP32X,QVRP32", "", true, "QVRP32"},
       {"OTHER,QVRP32", "other", true, "OTHER"},
       {"OTHER,QVRP32", "NONE", false, "RP121032.ini does not list the implementation 'NONE'"},
       {"OTHER,GONE", "gone", false, "RP121032.ini lists 'gone' but gone.dll is not installed"},
