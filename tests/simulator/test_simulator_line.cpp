@@ -1,7 +1,6 @@
 // The simulated adapter seen from the library's side of the line, through
 // the driver's own frame codec: what console commands and fault injections
-// put on the wire, and how a full line loses whole frames only. (Its plain
-// answers are pinned by the integration tests.)
+// put on the wire. (Its plain answers are pinned by the integration tests.)
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -9,9 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "link/frame_codec.h"
@@ -137,26 +134,6 @@ TEST(SimulatorFaults, BrokenFramesOnTheWire) {
       EXPECT_TRUE(fault == 0 ? raw.size() == clean.size() : fault == 1 ? raw.size() > clean.size() : raw == clean);
     }
   }
-}
-
-// A host that stops reading fills the pseudo-terminal; frames that do not
-// fit are dropped whole, so what is read afterwards decodes to the last byte.
-TEST(SimulatorFaults, FullLineDropsWholeFramesOnly) {
-  qvsim::Simulator sim;
-  ASSERT_TRUE(sim.Start());
-  Line line(sim.SlavePath(), 1);
-  ASSERT_TRUE(line.Send({0x91, 2, 1, 2, 0, 0x00, 0xFA, 0, 0, 0, 0, 0, 0x6E, 0}));  // opens a J1939 channel
-  sim.SetTraffic(qvsim::Traffic::kFlood);
-  std::this_thread::sleep_for(std::chrono::milliseconds(300));
-  sim.SetTraffic(qvsim::Traffic::kNone);
-  const Bytes raw = line.Read(3000, 200);
-  size_t framed = 0, traffic = 0;
-  for (const Bytes& payload : line.Decode(raw)) {
-    framed += Framed(payload, 1).size();
-    traffic += payload[0] == 0x97;
-  }
-  EXPECT_GT(traffic, 100u);
-  EXPECT_EQ(framed, raw.size());
 }
 
 }  // namespace
