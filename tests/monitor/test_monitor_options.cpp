@@ -74,7 +74,7 @@ TEST(Options, DefaultsAndValues) {
 TEST(Options, DataLinkFollowsTheLibrarysSearchOrder) {
   const std::pair<const char*, DataLink> cases[] = {
       {"J1939:Baud=Auto", DataLink::kJ1939}, {"J1939 CAN", DataLink::kCan},  // CAN is searched first
-      {"ISO15765:Baud=500", DataLink::kIso15765}, {"J2284", DataLink::kJ2284},
+      {"ISO15765:Baud=500", DataLink::kIso15765}, {"J1939 J2284", DataLink::kJ2284},
       {"J1708:Baud=9600", DataLink::kJ1708}, {"can", DataLink::kNone}};
   for (const auto& c : cases) EXPECT_EQ(DataLinkOfProtocolString(c.first), c.second) << c.first;
 }
