@@ -28,7 +28,7 @@ struct Script {
   std::deque<short> read_errors;  // negative results once the reads are used up; then 0
   std::vector<std::pair<short, Bytes>> commands;
   std::vector<Bytes> sent;
-  int disconnects = 0, idle_sleeps_before_stop = 3;
+  int disconnects = 0, idle_sleeps_before_stop = 100;
   bool real_sleep = false;
 };
 Script g;
@@ -78,8 +78,11 @@ std::string RunWith(std::vector<const char*> args, int* status, std::string* err
   MonitorHost host;
   host.sleep_ms = [](unsigned ms) {
     // Really asked for: every wake-up 3 ms late, as on a loaded machine.
-    if (g.real_sleep) std::this_thread::sleep_for(std::chrono::milliseconds(ms + 3));
-    if (!g.real_sleep && --g.idle_sleeps_before_stop <= 0) g_stop = 1;
+    if (g.real_sleep) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(ms + 3));
+    } else if (--g.idle_sleeps_before_stop <= 0) {
+      g_stop = 1;
+    }
   };
   host.stop = &g_stop;
   std::ostringstream out, errors;
@@ -133,7 +136,6 @@ TEST(Session, CommandsMessagesAndErrors) {
     g.command = c.command;
     g.reads = c.reads;
     g.read_errors = c.read_errors;
-    g.idle_sleeps_before_stop = 100;
     int status;
     std::string err;
     const std::string out = RunWith(c.args, &status, &err);
