@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # rp1210-monitor against the simulated adapter and its synthetic vehicle for
 # about two seconds: the adapter's identity, decoded J1939 traffic and the
-# echo of a sent message must all appear, and the run must end cleanly.
+# echo of a sent message must all appear, also as candump log lines, and the
+# run must end cleanly.
 # Usage: monitor_end_to_end.sh QVSIM MONITOR LIBRARY
 set -euo pipefail
 qvsim=$1 monitor=$2 library=$3
@@ -31,7 +32,7 @@ done
 grep -q '^running' "$root/qvsim.out" || { cat "$root/qvsim.out"; echo "FAIL: qvsim did not start"; exit 1; }
 
 status=0
-QVRP32_ROOT=$root "$monitor" --library "$library" --info --echo --send 18FEF1F9#0102 --time 2 \
+QVRP32_ROOT=$root "$monitor" --library "$library" --info --echo --send 18FEF1F9#0102 --time 2 --log "$root/can.log" \
   >"$root/monitor.out" 2>"$root/monitor.err" || status=$?
 cat "$root/monitor.out" "$root/monitor.err"
 
@@ -47,4 +48,7 @@ expect ' TX J1939 +P6 PGN 0FEF1 CCVS +SA F9 DA FF \[2\] 01 02$'
 expect '^[1-9][0-9]* messages received, 1 echoed, 1 sent$'
 expect '^disconnected$'
 [ ! -s "$root/monitor.err" ] || fail "errors were reported"
+# Logged twice: as the library's echo and as the adapter's loopback.
+[ "$(grep -cE '^\([0-9]+\.[0-9]{6}\) can0 18FEF1F9#0102$' "$root/can.log")" = 2 ] || fail "the sent message is not logged twice"
+grep -qE '^\([0-9]+\.[0-9]{6}\) can0 0CF004[0-9A-F]{2}#[0-9A-F]{16}$' "$root/can.log" || fail "EEC1 is not logged"
 echo "PASS"

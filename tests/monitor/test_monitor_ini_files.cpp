@@ -19,55 +19,24 @@ IniFile LoadShipped(const char* name) {
   return ini;
 }
 
+// Applications pick the device and data links from the vendor file; the
+// library picks the data link by searching the protocol string, so each
+// listed string must pick the link it is named after.
 TEST(ShippedVendorIni, ListsTheDeviceAndAllFiveDataLinks) {
   const IniFile ini = LoadShipped("QVRP32.ini");
-  EXPECT_EQ(ini.Get("VendorInformation", "RP1210"), "C");
-  EXPECT_EQ(ini.Get("VendorInformation", "TimeStampWeight"), "1");
+  EXPECT_EQ(ini.Get("VendorInformation", "RP1210") + ini.Get("VendorInformation", "TimeStampWeight"), "C1");
   EXPECT_EQ(ini.Get("VendorInformation", "DebugFile"), "C:\\ProgramData\\QV\\log\\QVRP1210_log.txt");
-  EXPECT_FALSE(ini.Get("VendorInformation", "Name").empty());
-
-  const std::string device = FindDeviceSection(ini, 1);
-  ASSERT_EQ(device, "DeviceInformation1");
-  EXPECT_FALSE(ini.Get(device, "DeviceDescription").empty());
+  EXPECT_EQ(FindDeviceSection(ini, 1), "DeviceInformation1");
   EXPECT_EQ(FindDeviceSection(ini, 2), "");
-  const auto devices = SplitList(ini.Get("VendorInformation", "Devices"));
-  ASSERT_EQ(devices, std::vector<std::string>{"1"});
-
   std::set<DataLink> links;
   for (const auto& index : SplitList(ini.Get("VendorInformation", "Protocols"))) {
-    const std::string section = "ProtocolInformation" + index;
-    ASSERT_TRUE(ini.HasSection(section)) << section;
-    const std::string protocol = ini.Get(section, "ProtocolString");
-    const DataLink link = DataLinkOfProtocolString(protocol);
-    // The library picks the data link by searching the string, so each
-    // listed string must pick the link it is named after.
-    EXPECT_EQ(protocol, DataLinkName(link)) << section;
-    EXPECT_FALSE(ini.Get(section, "ProtocolSpeed").empty()) << section;
-    EXPECT_FALSE(ini.Get(section, "ProtocolDescription").empty()) << section;
-    EXPECT_EQ(SplitList(ini.Get(section, "Devices")), devices) << section;
-    links.insert(link);
+    const std::string section = "ProtocolInformation" + index, protocol = ini.Get(section, "ProtocolString");
+    EXPECT_EQ(protocol, DataLinkName(DataLinkOfProtocolString(protocol))) << section;
+    EXPECT_EQ(ini.Get(section, "Devices"), "1") << section;
+    links.insert(DataLinkOfProtocolString(protocol));
   }
   EXPECT_EQ(links, (std::set<DataLink>{DataLink::kCan, DataLink::kJ1939, DataLink::kIso15765,
                                        DataLink::kJ2284, DataLink::kJ1708}));
-}
-
-TEST(IniReader, ReadsLikeTheProfileFunctions) {
-  const IniFile ini = IniFile::Parse(
-      "orphan=1\r\n"
-      "; comment\r\n"
-      "[RP1210Support]\r\n"
-      "  APIImplementations = OTHER , qvrp32 \r\n"
-      "apiimplementations=ignored\r\n"
-      "no equals sign\r\n"
-      "[Empty]\r\n"
-      "[rp1210support]\r\n"
-      "Extra=x=y\r\n");
-  EXPECT_EQ(ini.Get("rp1210SUPPORT", "ApiImplementations"), "OTHER , qvrp32");
-  EXPECT_EQ(ini.Get("RP1210Support", "Extra"), "x=y");  // repeated section merges
-  EXPECT_EQ(ini.Get("RP1210Support", "orphan", "none"), "none");
-  EXPECT_EQ(ini.Get("Missing", "Key", "dflt"), "dflt");
-  EXPECT_TRUE(ini.HasSection("EMPTY"));
-  EXPECT_EQ(ini.Sections(), (std::vector<std::string>{"RP1210Support", "Empty"}));
 }
 
 TEST(DriverDiscovery, PicksAnInstalledImplementationFromRp121032Ini) {
@@ -77,14 +46,13 @@ TEST(DriverDiscovery, PicksAnInstalledImplementationFromRp121032Ini) {
     bool ok;
     const char* result;  // the name, or the error
   };
-  // GONE is listed but its DLL is not installed.
+  // GONE is listed but its DLL is not installed; QVRP32X is not ours.
   const Case cases[] = {
       {"OTHER,QVRP32", "", true, "QVRP32"},
       {"OTHER,qvrp32", "", true, "qvrp32"},
-      {"OTHER,AVRP32,QVRP32", "", true, "QVRP32"},
       {"OTHER,THIRD", "", true, "OTHER"},
       {"GONE,OTHER", "", true, "OTHER"},
-      {"QVRP32X,OTHER", "", true, "QVRP32X"},
+      {"QVRP32X,QVRP32", "", true, "QVRP32"},
       {"OTHER,QVRP32", "other", true, "OTHER"},
       {"OTHER,QVRP32", "NONE", false, "RP121032.ini does not list the implementation 'NONE'"},
       {"OTHER,GONE", "gone", false, "RP121032.ini lists 'gone' but gone.dll is not installed"},
@@ -93,7 +61,10 @@ TEST(DriverDiscovery, PicksAnInstalledImplementationFromRp121032Ini) {
   };
   const DllPresent present = [](const std::string& n) { return n != "GONE" && n != "gone"; };
   for (const Case& c : cases) {
-    const IniFile ini = IniFile::Parse(std::string("[RP1210Support]\nAPIImplementations=") + c.list + "\n");
+    // Read the way the profile functions read: names in any case, spaces
+    // around them dropped, the first of repeated keys, comments skipped.
+    const IniFile ini = IniFile::Parse(std::string("APIImplementations=X\r\n; c\r\n[rp1210SUPPORT]\r\nno equals\r\n") +
+                                       "  apiimplementations = " + c.list + " \r\nAPIImplementations=X\r\n");
     std::string name;
     std::string error;
     EXPECT_EQ(ChooseImplementation(ini, c.wanted, present, &name, &error), c.ok) << c.list;
