@@ -96,13 +96,11 @@ void ConnectedScenarios(const Api& api, const char* firmware, const char* serial
          std::string("fw=") + fw + " serial=" + serial);
 
   short id2 = api.ClientConnect(nullptr, 1, "J1939:Baud=Auto", 0, 0, 0);
-  Report("second client joins with Baud=Auto", id2 == 2, "got " + Num(id2));
-
   char none[1] = {}, echo_on[1] = {1};
   short pass = api.SendCommand(RP1210_Set_All_Filters_States_to_Pass, 1, none, 0);
   short echo = api.SendCommand(RP1210_Echo_Transmitted_Messages, 1, echo_on, 1);
-  Report("filters set to pass and echo switched on", pass == 0 && echo == 0,
-         Num(pass) + "," + Num(echo));
+  Report("second client joins with Baud=Auto; filters set to pass, echo on",
+         id2 == 2 && pass == 0 && echo == 0, Num(id2) + " " + Num(pass) + "," + Num(echo));
 
   char msg[] = {0x00, '\xEF', 0x00, 0x06, '\xF9', 0x00, 0x11, 0x22, 0x33, 0x44};
   short sent = api.SendMessage(1, msg, sizeof msg, 0, 1);
