@@ -71,7 +71,7 @@ TEST(HardwareStatus, RecordBuffersAndRefusals) {
       {2, 0, 24, 0, {0x00, 0x00, 0x01, 0x11, 0x22}, {0, 0, 0, 0, 0, 0, 0x11, 0x22}},
       // Short buffers, as many clients pass, get the record's first bytes.
       {1, 1, 1, 0}, {1, 1, 7, 0}, {1, 1, 16, 0}, {1, 1, 23, 0},
-      {1, 1, 0, 133}, {1, 1, -24, 133}, {1, 1, -1, 601}, {0, 1, 24, 129}, {3, 1, 24, 129},
+      {1, 1, 0, 133}, {1, 1, -24, 133}, {1, 1, -1, 601}, {0, 1, 24, 129}, {3, 1, 1, 129},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE("client " + std::to_string(row.client) + " size " + std::to_string(row.size) +

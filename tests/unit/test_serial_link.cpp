@@ -126,6 +126,8 @@ TEST(SerialLink, RefusesOddNamesCarriesFramesInEveryFormatAndClosesPromptly) {
     EXPECT_EQ(line.c_cc[VMIN] + line.c_cc[VTIME], 0);
     const Bytes request = {0x96, 0x00, 0x01}, message = {0x97, 0x02, 0x01, 0x00, 0x04, 0xF0};
     Bytes both = Frame(request, format);
+    const Bytes too_long(kFrameBufferSize, 0x55);  // cannot be framed: nothing is sent
+    EXPECT_EQ(SendAdapterFrame(too_long.data(), kFrameBufferSize), 0);
     ASSERT_EQ(SendAdapterFrame(request.data(), 3), 1);
     EXPECT_EQ(adapter.Read(both.size(), 1000), both);
     for (uint8_t b : Frame(message, format)) both.push_back(b);
