@@ -10,6 +10,7 @@
 #include <cstring>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -33,9 +34,7 @@ struct Read {
 Read ReadOnce(Harness& h, short client, short block = 0, short size = 2048) {
   std::vector<char> buffer(static_cast<size_t>(size) + 16, '\x5A');
   Read r{h.lib().ReadMessage(client, buffer.data(), size, block), {}};
-  for (size_t i = static_cast<size_t>(size); i < buffer.size(); ++i) {
-    EXPECT_EQ(buffer[i], '\x5A') << "written past the buffer";
-  }
+  EXPECT_EQ(std::count(buffer.begin() + size, buffer.end(), '\x5A'), 16) << "written past";
   if (r.result > 4) r.after_stamp.assign(buffer.begin() + 4, buffer.begin() + r.result);
   return r;
 }
@@ -44,60 +43,81 @@ Read ReadOnce(Harness& h, short client, short block = 0, short size = 2048) {
 // moment to cross the pseudo-terminal).
 Read ReadWithin(Harness& h, short client, int ms = 1000) {
   const auto start = Clock::now();
-  for (;;) {
-    Read r = ReadOnce(h, client);
-    if (r.result != 0 || MsSince(start) > ms) return r;
+  Read r = ReadOnce(h, client);
+  for (; r.result == 0 && MsSince(start) < ms; r = ReadOnce(h, client)) {
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
   }
+  return r;
 }
 
 void Settle() { std::this_thread::sleep_for(std::chrono::milliseconds(50)); }
 
 Bytes J1939Filter(uint8_t flags, uint32_t pgn, uint8_t source) {
-  return {flags, static_cast<uint8_t>(pgn), static_cast<uint8_t>(pgn >> 8),
-          static_cast<uint8_t>(pgn >> 16), 0, source, 0};
+  return {flags, uint8_t(pgn), uint8_t(pgn >> 8), uint8_t(pgn >> 16), 0, source, 0};
 }
-
 Bytes J1939Body(uint32_t pgn, uint8_t source, uint8_t destination, uint8_t data) {
-  return {0x36, static_cast<uint8_t>(pgn), static_cast<uint8_t>(pgn >> 8),
-          static_cast<uint8_t>(pgn >> 16), 0x06, source, destination, data};
+  return {0x36, uint8_t(pgn), uint8_t(pgn >> 8), uint8_t(pgn >> 16), 6, source, destination, data};
+}
+long ThreadCpuUs() {
+  timespec t;
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+  return t.tv_sec * 1000000L + t.tv_nsec / 1000;
 }
 
-// The payload byte work is pinned in the unit tests; here what only the
-// whole call decides: which client's message goes out, and how.
-TEST(SendMessage, PayloadsOnTheWire) {
+// The payload bytes are pinned in the unit tests; here what only the whole
+// call decides: which client's message goes out, and how. Every message
+// ends right before an unreadable page, so reading past its n bytes faults.
+TEST(SendMessage, PayloadsOnTheWireAndNoReadPastTheMessage) {
+  const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  auto* pages = static_cast<uint8_t*>(
+      mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+  ASSERT_NE(pages, MAP_FAILED);
+  ASSERT_EQ(mprotect(pages + page, page, PROT_NONE), 0);
   const Bytes iso = {0x00, 0x18, 0xDB, 0x33, 0xF9, 0x00, 0x02, 0x10, 0x03};
   const Bytes iso_da = {0x01, 0x18, 0xDA, 0xF1, 0x3D, 0x00, 0x02, 0x10, 0x03};
+  const Bytes can = {0x00, 0x07, 0xE0, 0x02, 0x10, 0x01}, mid = {0x08, 0x80, 0x54, 0x00};
   struct Row {
     const char* first;
     const char* second;  // nullptr: one client
     short sender;
     Bytes message;
-    Bytes payload;       // empty: nothing may reach the adapter
-    int j1708_mode;      // Set_J1708_Mode first; -1: left at its default
+    Bytes payload;  // empty: nothing may reach the adapter
     short result = 0;
+    int j1708_mode = -1;  // Set_J1708_Mode first; -1: left at its default
+    int adapter = 0;      // 1: refuses the 0x93 request, 2: never answers it
   } rows[] = {
-      {"CAN", nullptr, 1, {0x00, 0x07, 0xE0, 0x02, 0x10, 0x01},
-       {0x93, 0x01, 0x01, 0x00, 0x00, 0x00, 0x07, 0xE0, 0x02, 0x10, 0x01}, -1},
-      {"J1708", nullptr, 1, {0x08, 0x80, 0x54, 0x00},
-       {0x93, 0x05, 0x01, 0x00, 0x00, 0x08, 0x80, 0x54, 0x2C}, -1},
-      {"J1708", nullptr, 1, {0x08, 0x80, 0x54, 0x00},
-       {0x93, 0x05, 0x01, 0x00, 0x00, 0x08, 0x80, 0x54}, 0},
+      {"CAN", nullptr, 1, can, {0x93, 0x01, 0x01, 0x00, 0x00, 0x00, 0x07, 0xE0, 0x02, 0x10, 0x01}},
+      {"J1708", nullptr, 1, mid, {0x93, 0x05, 0x01, 0x00, 0x00, 0x08, 0x80, 0x54, 0x2C}},
+      {"J1708", nullptr, 1, mid, {0x93, 0x05, 0x01, 0x00, 0x00, 0x08, 0x80, 0x54}, 0, 0},
       // The second ISO15765 client always goes out as J1939 PGN 0xDA00.
       {"ISO15765", "ISO15765", 2, iso,
-       {0x93, 0x02, 0x01, 0x00, 0xDA, 0x00, 0x06, 0xF9, 0x33, 0x02, 0x10, 0x03}, -1},
-      {"ISO15765", "ISO15765", 1, iso, Concat({0x93, 0x03, 0x01}, iso), -1},
+       {0x93, 0x02, 0x01, 0x00, 0xDA, 0x00, 0x06, 0xF9, 0x33, 0x02, 0x10, 0x03}},
+      {"ISO15765", "ISO15765", 1, iso, Concat({0x93, 0x03, 0x01}, iso)},
       // On a J1939 link only its PDU format 0xDA is carried.
       {"J1939", "ISO15765", 2, iso_da,
-       {0x93, 0x02, 0x01, 0x00, 0xDA, 0x00, 0x06, 0x3D, 0xF1, 0x02, 0x10, 0x03}, -1},
-      {"J1939", "ISO15765", 2, iso, {}, -1},
-      {"J1939", "ISO15765", 2, {0x00, 0x18, 0xDA}, {}, -1, 141},  // carried, so checked
-      {"J1939", "CAN", 2, {0x00, 0x07, 0xE0, 0x02, 0x10, 0x01}, {}, -1},
+       {0x93, 0x02, 0x01, 0x00, 0xDA, 0x00, 0x06, 0x3D, 0xF1, 0x02, 0x10, 0x03}},
+      {"J1939", "ISO15765", 2, iso, {}},
+      {"J1939", "ISO15765", 2, {0x00, 0x18, 0xDA}, {}, 141},  // carried, so checked
+      {"J1939", "ISO15765", 2, {0x00, 0x18}, {}},
+      {"J1939", "CAN", 2, can, {}},
+      {"CAN", nullptr, 1, {}, {}, 141},
+      {"CAN", nullptr, 1, {0x00, 0x07, 0xE0, 0x02}, {}, 141},
+      {"ISO15765", nullptr, 1, {}, {}, 141},
+      {"J1708", nullptr, 1, {0x08}, {}, 144},
+      {"J1708", nullptr, 1, {}, {}, 144},
+      {"CAN", nullptr, 0, can, {}, 129},
+      {"CAN", nullptr, 2, can, {}, 129},
+      // The adapter's reply decides; a silent one is waited for briefly.
+      {"J1939", nullptr, 1, Bytes(1791, 0x11), Concat({0x93, 2, 1}, Bytes(1791, 0x11)), 159, -1, 1},
+      {"J1939", nullptr, 1, Bytes(1791, 0x11), Concat({0x93, 2, 1}, Bytes(1791, 0x11)), 0, -1, 2},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(std::string(row.first) + "+" + (row.second ? row.second : "") + " client " +
-                 std::to_string(row.sender));
-    Harness h;
+                 std::to_string(row.sender) + " n " + std::to_string(row.message.size()));
+    HarnessOptions options;
+    if (row.adapter == 1) options.sim.error_codes = {0x93};
+    if (row.adapter == 2) options.sim.unanswered_codes = {0x93};
+    Harness h(options);
     ASSERT_EQ(h.Connect(row.first), 1);
     if (row.second) {
       ASSERT_EQ(h.Connect(row.second), 2);
@@ -106,69 +126,17 @@ TEST(SendMessage, PayloadsOnTheWire) {
       ASSERT_EQ(Command(h, RP1210_Set_J1708_Mode, 1, {static_cast<uint8_t>(row.j1708_mode)}), 0);
     }
     h.sim().ClearReceived();
-    EXPECT_EQ(Send(h, row.sender, row.message), row.result);
+    const short n = static_cast<short>(row.message.size());
+    char* message = reinterpret_cast<char*>(pages + page - n);
+    std::copy(row.message.begin(), row.message.end(), message);
+    const auto start = Clock::now();
+    EXPECT_EQ(h.lib().SendMessage(row.sender, message, n, 0, 0), row.result);
+    // Payload 1794 bytes: waits 1794 / 8 + 20 = 244 ms at most.
+    EXPECT_LT(MsSince(start), 600);
     const std::vector<Bytes> sent = WithCode(h.sim().Received(), 0x93);
     EXPECT_EQ(sent, row.payload.empty() ? std::vector<Bytes>{} : std::vector<Bytes>{row.payload});
   }
-}
-
-// Short messages end right before an unreadable page: reading one byte
-// past the caller's n bytes faults.
-TEST(SendMessage, ShortMessagesAreReadNoFurtherThanTheirSize) {
-  const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-  auto* pages = static_cast<uint8_t*>(
-      mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-  ASSERT_NE(pages, MAP_FAILED);
-  ASSERT_EQ(mprotect(pages + page, page, PROT_NONE), 0);
-  std::memset(pages, 0xDA, page);
-  struct Row {
-    const char* first;
-    const char* second;
-    short sender, n, result;
-  } rows[] = {{"J1939", "ISO15765", 2, 2, 0}, {"CAN", nullptr, 1, 0, 141},
-              {"CAN", nullptr, 1, 4, 141},    {"ISO15765", nullptr, 1, 0, 141},
-              {"J1708", nullptr, 1, 1, 144},  {"J1708", nullptr, 1, 0, 144}};
-  for (const Row& row : rows) {
-    SCOPED_TRACE(std::string(row.first) + " n " + std::to_string(row.n));
-    Harness h;
-    ASSERT_EQ(h.Connect(row.first), 1);
-    if (row.second) {
-      ASSERT_EQ(h.Connect(row.second), 2);
-    }
-    char* message = reinterpret_cast<char*>(pages + page - row.n);
-    EXPECT_EQ(h.lib().SendMessage(row.sender, message, row.n, 0, 0), row.result);
-  }
   munmap(pages, 2 * page);
-}
-
-TEST(SendMessage, RefusalsBeforeAnythingIsSent) {
-  Harness h;
-  Bytes message = {0x00, 0x07, 0xE0, 0x02, 0x10, 0x01};
-  EXPECT_EQ(Send(h, 1, message), 148) << "no session yet";
-  ASSERT_EQ(h.Connect("CAN"), 1);
-  h.sim().ClearReceived();
-  EXPECT_EQ(Send(h, 0, message), 129);
-  EXPECT_EQ(Send(h, 2, message), 129);
-  EXPECT_EQ(h.lib().SendMessage(1, nullptr, 6, 0, 0), 601);
-  EXPECT_EQ(h.lib().SendMessage(1, reinterpret_cast<char*>(message.data()), -6, 0, 0), 141);
-  EXPECT_TRUE(WithCode(h.sim().Received(), 0x93).empty());
-}
-
-TEST(SendMessage, AdapterRepliesDecideTheResultAndTheWaitIsShort) {
-  qvsim::Config refused, mute;
-  refused.error_codes = {0x93};
-  mute.unanswered_codes = {0x93};
-  for (const auto& [sim, result] : {std::pair{refused, 159}, std::pair{mute, 0}}) {
-    SCOPED_TRACE(result);
-    HarnessOptions options;
-    options.sim = sim;
-    Harness h(options);
-    ASSERT_EQ(h.Connect("J1939"), 1);
-    const auto start = Clock::now();
-    // Payload 1794 bytes: waits 1794 / 8 + 20 = 244 ms at most.
-    EXPECT_EQ(Send(h, 1, Bytes(1791, 0x11)), result);
-    EXPECT_LT(MsSince(start), 600);
-  }
 }
 
 TEST(ReadMessage, BufferIdsTimeStampAndEcho) {
@@ -178,10 +146,10 @@ TEST(ReadMessage, BufferIdsTimeStampAndEcho) {
   ASSERT_EQ(h.Connect("CAN"), 1);
   ASSERT_EQ(Command(h, RP1210_Set_All_Filters_States_to_Pass, 1), 0);
   std::memset(buffer, 0x5A, sizeof buffer);
-  EXPECT_EQ(h.lib().ReadMessage(2, buffer, sizeof buffer, 0), -129);
-  EXPECT_EQ(h.lib().ReadMessage(0, buffer, sizeof buffer, 0), -129);
+  for (auto [client, size, result] : {std::tuple{2, 32, -129}, {0, 32, -129}, {1, 3, -133}}) {
+    EXPECT_EQ(h.lib().ReadMessage(client, buffer, size, 0), result) << client << "/" << size;
+  }
   EXPECT_EQ(h.lib().ReadMessage(1, nullptr, 64, 0), -601);
-  EXPECT_EQ(h.lib().ReadMessage(1, buffer, 3, 0), -133);
   EXPECT_EQ(buffer[0], 0x5A) << "a refused call leaves the buffer alone";
   // Nothing pending: 0, and the time stamp is still written.
   EXPECT_EQ(h.lib().ReadMessage(1, buffer, sizeof buffer, 0), 0);
@@ -206,39 +174,6 @@ TEST(ReadMessage, BufferIdsTimeStampAndEcho) {
   EXPECT_EQ(ReadOnce(h, 1).after_stamp, Concat({0x01}, second)) << "only the last, marker first";
   EXPECT_EQ(ReadWithin(h, 1).after_stamp, (Bytes{0x00, 0x07, 0xE8, 0xAB}));
   EXPECT_EQ(ReadOnce(h, 1).result, 0);
-}
-
-// Client 1 takes PGN 0xFEF1, client 2 whatever source 0x3D sends.
-void TwoFilteredJ1939Clients(Harness& h) {
-  ASSERT_EQ(h.Connect("J1939"), 1);
-  ASSERT_EQ(h.Connect("J1939"), 2);
-  ASSERT_EQ(Command(h, RP1210_Set_Message_Filtering_For_J1939, 1, J1939Filter(1, 0xFEF1, 0)), 0);
-  ASSERT_EQ(Command(h, RP1210_Set_Message_Filtering_For_J1939, 2, J1939Filter(4, 0, 0x3D)), 0);
-}
-
-TEST(ReadMessage, TwoJ1939ClientsShareTheLink) {
-  Harness h;
-  ASSERT_NO_FATAL_FAILURE(TwoFilteredJ1939Clients(h));
-  struct Row {
-    Bytes body;
-    short reader;  // reads first and must get nothing
-    short owner;
-    Bytes delivered;
-  } rows[] = {
-      // The reader's call takes the other client's message and hands it over.
-      {J1939Body(0xEF00, 0x3D, 0xF9, 0x01), 1, 2, {0x00, 0xEF, 0x00, 0x06, 0x3D, 0xF9, 0x01}},
-      {J1939Body(0xFEF1, 0x00, 0xFF, 0x02), 2, 1, {0xF1, 0xFE, 0x00, 0x06, 0x00, 0xFF, 0x02}},
-      // Passing both filters: delivered once, never passed back and forth.
-      {J1939Body(0xFEF1, 0x3D, 0xFF, 0x03), 1, 2, {0xF1, 0xFE, 0x00, 0x06, 0x3D, 0xFF, 0x03}},
-  };
-  for (const Row& row : rows) {
-    h.sim().SendVehicleMessage(row.body);
-    Settle();
-    EXPECT_EQ(ReadOnce(h, row.reader).result, 0);
-    EXPECT_EQ(ReadOnce(h, row.owner).after_stamp, row.delivered);
-    EXPECT_EQ(ReadOnce(h, row.reader).result, 0);
-    EXPECT_EQ(ReadOnce(h, row.owner).result, 0);
-  }
 }
 
 TEST(ReadMessage, Iso15765SecondClientOnAJ1939Link) {
@@ -268,8 +203,6 @@ TEST(ReadMessage, LayoutsAndNoMessageResultsPerLinkProtocol) {
   } rows[] = {
       {"CAN", 2, 0, {0x00, 0x01, 0x18, 0xDA, 0xF1, 0x00, 0x00, 0x02, 0x50, 0x01},
        {0x01, 0x18, 0xDA, 0xF1, 0x00, 0x02, 0x50, 0x01}},
-      {"CAN", 0, 0, {0x00, 0x00, 0x00, 0x00, 0x07, 0xE8, 0x00, 0x03, 0x7F},
-       {0x00, 0x07, 0xE8, 0x03, 0x7F}},
       {"J1939", 0, 0, {0x20, 0xCA, 0xFE, 0x00, 0x06, 0x00, 0xFF, 0x11, 0x22},
        {0xCA, 0xFE, 0x00, 0x06, 0x00, 0xFF, 0x11, 0x22}},
       {"J1939", 2, -148, {0x20, 0xCA, 0xFE, 0x00, 0x06, 0x00, 0xFF}, {0xCA, 0xFE, 0x00, 0x06, 0x00, 0xFF}},
@@ -318,14 +251,10 @@ TEST(ReadMessage, BlockingReadWakesForAMessageAndHoldsNoLock) {
   Read got{1, {}};
   std::thread reader([&] {
     const auto start = Clock::now();
-    timespec cpu_start, cpu_end;
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &cpu_start);
-    Read r = ReadOnce(h, 1, 1);
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &cpu_end);
-    cpu_us = (cpu_end.tv_sec - cpu_start.tv_sec) * 1000000L +
-             (cpu_end.tv_nsec - cpu_start.tv_nsec) / 1000;
+    const long cpu_start = ThreadCpuUs();
+    got = ReadOnce(h, 1, 1);
+    cpu_us = ThreadCpuUs() - cpu_start;
     woke_after = MsSince(start);
-    got = r;
   });
   std::this_thread::sleep_for(std::chrono::milliseconds(500));
   // Other calls go ahead while the read waits.
@@ -345,15 +274,39 @@ TEST(ReadMessage, BlockingReadWakesForAMessageAndHoldsNoLock) {
   EXPECT_LT(cpu_us.load(), 100000) << "the blocking read is not idle while it waits";
 }
 
-// One client reads 400 messages in order; then two clients read at once
-// from their own threads: every message reaches its client exactly once.
-TEST(ReadMessage, NothingLostDuplicatedOrReordered) {
+// Client 1 takes PGN 0xFEF1, client 2 whatever source 0x3D sends. A
+// reader's call hands the other client's messages over; then one client
+// reads 400 messages in order, and two clients read at once from their own
+// threads: every message reaches its client exactly once.
+TEST(ReadMessage, TwoJ1939ClientsShareTheLinkLosingNothing) {
   Harness h;
-  ASSERT_NO_FATAL_FAILURE(TwoFilteredJ1939Clients(h));
+  ASSERT_EQ(h.Connect("J1939"), 1);
+  ASSERT_EQ(h.Connect("J1939"), 2);
+  ASSERT_EQ(Command(h, RP1210_Set_Message_Filtering_For_J1939, 1, J1939Filter(1, 0xFEF1, 0)), 0);
+  ASSERT_EQ(Command(h, RP1210_Set_Message_Filtering_For_J1939, 2, J1939Filter(4, 0, 0x3D)), 0);
+  struct Row {
+    Bytes body;
+    short reader, owner;  // the reader reads first and must get nothing
+    Bytes delivered;
+  } rows[] = {
+      {J1939Body(0xEF00, 0x3D, 0xF9, 0x01), 1, 2, {0x00, 0xEF, 0x00, 0x06, 0x3D, 0xF9, 0x01}},
+      {J1939Body(0xFEF1, 0x00, 0xFF, 0x02), 2, 1, {0xF1, 0xFE, 0x00, 0x06, 0x00, 0xFF, 0x02}},
+      // Passing both filters: delivered once, never passed back and forth.
+      {J1939Body(0xFEF1, 0x3D, 0xFF, 0x03), 1, 2, {0xF1, 0xFE, 0x00, 0x06, 0x3D, 0xFF, 0x03}},
+  };
+  for (const Row& row : rows) {
+    h.sim().SendVehicleMessage(row.body);
+    Settle();
+    EXPECT_EQ(ReadOnce(h, row.reader).result, 0);
+    EXPECT_EQ(ReadOnce(h, row.owner).after_stamp, row.delivered);
+    EXPECT_EQ(ReadOnce(h, row.reader).result, 0);
+    EXPECT_EQ(ReadOnce(h, row.owner).result, 0);
+  }
+
   auto send = [&](int i, bool for_first) {
-    Bytes body = for_first ? J1939Body(0xFEF1, 0x00, 0xFF, static_cast<uint8_t>(i))
-                           : J1939Body(0xEF00, 0x3D, 0xF9, static_cast<uint8_t>(i));
-    body.push_back(static_cast<uint8_t>(i >> 8));
+    Bytes body = for_first ? J1939Body(0xFEF1, 0x00, 0xFF, uint8_t(i))
+                           : J1939Body(0xEF00, 0x3D, 0xF9, uint8_t(i));
+    body.push_back(uint8_t(i >> 8));
     h.sim().SendVehicleMessage(body);
   };
   for (int i = 0; i < 400; ++i) send(i, true);
@@ -362,16 +315,14 @@ TEST(ReadMessage, NothingLostDuplicatedOrReordered) {
     ASSERT_EQ(r.result, 4 + 8) << "message " << i;
     ASSERT_EQ(r.after_stamp[6] | (r.after_stamp[7] << 8), i) << "lost or out of order";
   }
-
   constexpr int kEach = 150;
   std::vector<int> seen[3];
   auto reader = [&](short client) {
+    char b[64];
     const auto start = Clock::now();
-    while (static_cast<int>(seen[client].size()) < kEach && MsSince(start) < 10000) {
-      char buffer[64];
-      if (h.lib().ReadMessage(client, buffer, sizeof buffer, 1) == 4 + 8) {
-        seen[client].push_back(static_cast<uint8_t>(buffer[10]) |
-                               (static_cast<uint8_t>(buffer[11]) << 8));
+    while (int(seen[client].size()) < kEach && MsSince(start) < 10000) {
+      if (h.lib().ReadMessage(client, b, sizeof b, 1) == 12) {
+        seen[client].push_back(uint8_t(b[10]) | uint8_t(b[11]) << 8);
       }
     }
   };
@@ -380,19 +331,22 @@ TEST(ReadMessage, NothingLostDuplicatedOrReordered) {
   first.join();
   second.join();
   for (short client : {1, 2}) {
-    std::vector<int> expected;
-    for (int i = client - 1; i < 2 * kEach; i += 2) expected.push_back(i);
     std::sort(seen[client].begin(), seen[client].end());
-    EXPECT_EQ(seen[client], expected) << "client " << client;
+    for (int k = 0; k < kEach; ++k) ASSERT_EQ(seen[client].at(k), 2 * k + client - 1) << client;
   }
 }
 
-TEST(ReadMessage, TraceLines) {
+// Refused sends reach nothing; both calls leave trace lines.
+TEST(SendAndRead, RefusalsAndTraceLines) {
   Harness h;
+  Bytes message = {0x00, 0xEA, 0x00, 0x06, 0xF9, 0xFF, 0xE5};
+  EXPECT_EQ(Send(h, 1, message), 148) << "no session yet";
   ASSERT_EQ(h.Connect("J1939"), 1);
   ASSERT_EQ(Command(h, RP1210_Set_All_Filters_States_to_Pass, 1), 0);
-  EXPECT_EQ(Send(h, 1, {0x00, 0xEA, 0x00, 0x06, 0xF9, 0xFF, 0xE5}), 0);
+  EXPECT_EQ(h.lib().SendMessage(1, reinterpret_cast<char*>(message.data()), -7, 0, 0), 141);
+  EXPECT_EQ(Send(h, 1, message), 0);
   EXPECT_EQ(h.lib().SendMessage(1, nullptr, 7, 1, 1), 601);
+  EXPECT_EQ(WithCode(h.sim().Received(), 0x93).size(), 1u);
   EXPECT_EQ(ReadOnce(h, 1, 0, 64).result, 0);
   h.sim().SendVehicleMessage(J1939Body(0xFEF1, 0x00, 0xFF, 0x09));
   ASSERT_EQ(ReadWithin(h, 1).result, 11);

@@ -30,25 +30,19 @@ struct Api {
 };
 #define QV_NAME(field, name) name,
 const char* const kExportNames[] = {QV_EXPORTS(QV_NAME)};
+static_assert(sizeof(Api) == 12 * sizeof(FARPROC), "one pointer per export, in ordinal order");
 
 int g_passed = 0;
 int g_failed = 0;
 
-void Report(const char* scenario, bool ok, const std::string& detail = "") {
-  if (ok) {
-    ++g_passed;
-    std::printf("ok   %s\n", scenario);
-  } else {
-    ++g_failed;
-    std::printf("FAIL %s%s%s\n", scenario, detail.empty() ? "" : ": ", detail.c_str());
-  }
+void Report(const std::string& scenario, bool ok, const std::string& detail = "") {
+  ++(ok ? g_passed : g_failed);
+  std::printf("%s %s%s%s\n", ok ? "ok  " : "FAIL", scenario.c_str(),
+              ok || detail.empty() ? "" : ": ", ok ? "" : detail.c_str());
   std::fflush(stdout);
 }
 
 std::string Num(long value) { return std::to_string(value); }
-
-// Api holds the twelve pointers in ordinal order.
-static_assert(sizeof(Api) == 12 * sizeof(FARPROC), "one pointer per export");
 
 bool ResolveAll(HMODULE dll, Api* api, std::string* detail) {
   FARPROC procs[12];
@@ -66,18 +60,25 @@ bool ResolveAll(HMODULE dll, Api* api, std::string* detail) {
   return true;
 }
 
-void VersionsBeforeConnect(const Api& api) {
-  char a[32] = {}, b[32] = {}, c[32] = {}, d[32] = {};
-  api.ReadVersion(a, b, c, d);
-  bool ok = !std::strcmp(a, "1") && !std::strcmp(b, "2") && !std::strcmp(c, "3") && !std::strcmp(d, "0");
-  char api_text[32] = {}, dll_text[32] = {}, fw[32] = {1};
-  short rc = api.ReadDetailedVersion(1, api_text, dll_text, fw);
-  ok = ok && rc == 0 && !std::strcmp(api_text, "3.0.0.0") && !std::strcmp(dll_text, "1.2.3") && fw[0] == 0;
+bool SerialIsEmpty(const Api& api) {
   char serial[10];
   std::memset(serial, 0x55, sizeof serial);
   api.ReadSerialNumber(0, serial);
-  for (char ch : serial) ok = ok && ch == 0;
-  Report("versions and empty serial number before any connect", ok,
+  for (char ch : serial) {
+    if (ch != 0) return false;
+  }
+  return true;
+}
+
+void VersionsBeforeConnect(const Api& api) {
+  char a[32] = {}, b[32] = {}, c[32] = {}, d[32] = {};
+  api.ReadVersion(a, b, c, d);
+  char api_text[32] = {}, dll_text[32] = {}, fw[32] = {1};
+  short rc = api.ReadDetailedVersion(1, api_text, dll_text, fw);
+  Report("versions and empty serial number before any connect",
+         !std::strcmp(a, "1") && !std::strcmp(b, "2") && !std::strcmp(c, "3") &&
+             !std::strcmp(d, "0") && rc == 0 && !std::strcmp(api_text, "3.0.0.0") &&
+             !std::strcmp(dll_text, "1.2.3") && fw[0] == 0 && SerialIsEmpty(api),
          std::string(a) + "," + b + "," + c + "," + d + " " + api_text + " " + dll_text + " fw=" + fw);
 }
 
@@ -95,42 +96,35 @@ void ConnectedScenarios(const Api& api, const char* firmware, const char* serial
          std::string("fw=") + fw + " serial=" + serial);
 
   short id2 = api.ClientConnect(nullptr, 1, "J1939:Baud=Auto", 0, 0, 0);
-  Report("second client joins with Baud=Auto", id2 == 2, "got " + Num(id2));
-
-  char none[1] = {};
-  char echo_on[1] = {1};
+  char none[1] = {}, echo_on[1] = {1};
   short pass = api.SendCommand(RP1210_Set_All_Filters_States_to_Pass, 1, none, 0);
   short echo = api.SendCommand(RP1210_Echo_Transmitted_Messages, 1, echo_on, 1);
-  Report("filters set to pass and echo switched on", pass == 0 && echo == 0,
-         Num(pass) + "," + Num(echo));
+  Report("second client joins with Baud=Auto; filters set to pass, echo on",
+         id2 == 2 && pass == 0 && echo == 0, Num(id2) + " " + Num(pass) + "," + Num(echo));
 
-  char msg[] = {0x00, static_cast<char>(0xEF), 0x00, 0x06, static_cast<char>(0xF9), 0x00,
-                0x11, 0x22, 0x33, 0x44};
+  char msg[] = {0x00, '\xEF', 0x00, 0x06, '\xF9', 0x00, 0x11, 0x22, 0x33, 0x44};
   short sent = api.SendMessage(1, msg, sizeof msg, 0, 1);
   char buf[2048] = {};
   short got = api.ReadMessage(1, buf, sizeof buf, 0);
-  bool echo_ok = sent == 0 && got == 4 + 1 + static_cast<short>(sizeof msg) && buf[4] == 1 &&
-                 !std::memcmp(buf + 5, msg, sizeof msg);
-  Report("a sent J1939 message is echoed back first", echo_ok,
+  Report("a sent J1939 message is echoed back first",
+         sent == 0 && got == 4 + 1 + short(sizeof msg) && buf[4] == 1 &&
+             !std::memcmp(buf + 5, msg, sizeof msg),
          "send " + Num(sent) + " read " + Num(got));
 
   DWORD start = GetTickCount();
   got = api.ReadMessage(1, buf, sizeof buf, BLOCKING_IO);
   DWORD waited = GetTickCount() - start;
   Report("a blocking read returns vehicle traffic", got > 10 && waited < 3000,
-         "read " + Num(got) + " after " + Num(static_cast<long>(waited)) + " ms");
+         "read " + Num(got) + " after " + Num(long(waited)) + " ms");
 
-  char battery[2] = {};
+  char battery[2] = {}, speed[17] = {}, baud[2] = {0, RP1210_BAUD_250k};
   short volts = api.SendCommand(RP1210_Get_BatteryVoltage, 1, battery, 2);
-  char speed[17] = {};
   short speed_rc = api.SendCommand(RP1210_Get_Protocol_Connection_Speed, 1, speed, sizeof speed);
-  char baud[2] = {0, RP1210_BAUD_250k};
   short baud_rc = api.SendCommand(RP1210_Set_J1939_Baud, 1, baud, 2);
   short ioctl_rc = api.Ioctl(1, 3, nullptr, nullptr);
   short unsupported = api.SendCommand(RP1210_Generic_Driver_Command, 1, none, 0);
   Report("data-link and device commands",
-         volts == 0 && static_cast<unsigned char>(battery[0]) == 0x31 &&
-             static_cast<unsigned char>(battery[1]) == 0x2E && speed_rc == 0 &&
+         volts == 0 && !std::memcmp(battery, "\x31\x2E", 2) && speed_rc == 0 &&
              !std::strcmp(speed, "250000") && baud_rc == 0 && ioctl_rc == ERR_INVALID_IOCTL_ID &&
              unsupported == ERR_COMMAND_NOT_SUPPORTED,
          "battery " + Num(volts) + " speed " + Num(speed_rc) + "=" + speed + " baud " +
@@ -142,11 +136,10 @@ void ConnectedScenarios(const Api& api, const char* firmware, const char* serial
   for (int size : {24, 16}) {
     char status[28];
     std::memset(status, 0x77, sizeof status);
-    short st = api.GetHardwareStatus(1, status, static_cast<short>(size), 1);
-    bool status_ok = st == 0 && !std::memcmp(status, record, static_cast<size_t>(size));
-    for (int i = size; i < 28; ++i) status_ok = status_ok && status[i] == 0x77;
-    Report(("hardware status record into " + Num(size) + " bytes").c_str(), status_ok,
-           "rc " + Num(st));
+    short st = api.GetHardwareStatus(1, status, short(size), 1);
+    bool ok = st == 0 && !std::memcmp(status, record, size_t(size));
+    for (int i = size; i < 28; ++i) ok = ok && status[i] == 0x77;
+    Report("hardware status record into " + Num(size) + " bytes", ok, "rc " + Num(st));
   }
 
   short d2 = api.ClientDisconnect(2);
@@ -159,12 +152,8 @@ void ConnectedScenarios(const Api& api, const char* firmware, const char* serial
   start = GetTickCount();
   short d1 = api.ClientDisconnect(1);
   waited = GetTickCount() - start;
-  std::memset(serial, 0x55, 10);
-  api.ReadSerialNumber(0, serial);
-  bool empty = true;
-  for (int i = 0; i < 10; ++i) empty = empty && serial[i] == 0;
   Report("first client disconnects, the port closes in time, the serial number is cleared",
-         d1 == 0 && waited < 1700 && empty, Num(d1) + " in " + Num(static_cast<long>(waited)) + " ms");
+         d1 == 0 && waited < 1700 && SerialIsEmpty(api), Num(d1) + " in " + Num(long(waited)) + " ms");
 }
 
 // Two ISO15765 clients: the second one's message goes to the adapter as
@@ -174,17 +163,14 @@ void TwoIso15765Clients(const Api& api) {
   short id2 = api.ClientConnect(nullptr, 1, "ISO15765", 0, 0, 0);
   char none[1] = {};
   short pass = api.SendCommand(RP1210_Set_All_Filters_States_to_Pass, 1, none, 0);
-  char msg[] = {0x00, 0x18, static_cast<char>(0xDB), 0x33, static_cast<char>(0xF9), 0x00,
-                0x02, 0x10, 0x03};
+  char msg[] = {0x00, 0x18, '\xDB', 0x33, '\xF9', 0x00, 0x02, 0x10, 0x03};
   short sent = api.SendMessage(2, msg, sizeof msg, 0, 1);
-  const char body[] = {0x00, static_cast<char>(0xDA), 0x00, 0x06, static_cast<char>(0xF9), 0x33,
-                       0x02, 0x10, 0x03};
+  const char body[] = {0x00, '\xDA', 0x00, 0x06, '\xF9', 0x33, 0x02, 0x10, 0x03};
   bool found = false;
-  const DWORD start = GetTickCount();
-  while (!found && GetTickCount() - start < 2000) {
+  for (const DWORD start = GetTickCount(); !found && GetTickCount() - start < 2000;) {
     char buf[2048];
     short got = api.ReadMessage(1, buf, sizeof buf, 0);
-    found = got == 4 + static_cast<short>(sizeof body) && !std::memcmp(buf + 4, body, sizeof body);
+    found = got == 4 + short(sizeof body) && !std::memcmp(buf + 4, body, sizeof body);
     if (got <= 0) Sleep(5);
   }
   api.ClientDisconnect(2);
@@ -201,34 +187,29 @@ void TwoIso15765Clients(const Api& api) {
 void ProcessEndingWhileConnected(int rounds) {
   char self[MAX_PATH];
   GetModuleFileNameA(nullptr, self, sizeof self);
-  std::string command = std::string("\"") + self + "\" --connect-and-exit";
-  int slow = 0;
   std::string detail;
-  for (int round = 0; round < rounds; ++round) {
+  for (int round = 0; round < rounds && detail.empty(); ++round) {
     STARTUPINFOA startup = {};
     startup.cb = sizeof startup;
     PROCESS_INFORMATION child = {};
-    std::string line = command;
+    std::string line = std::string("\"") + self + "\" --connect-and-exit";
     if (!CreateProcessA(nullptr, &line[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
                         &child)) {
-      detail = "cannot start a child: error " + Num(static_cast<long>(GetLastError()));
-      ++slow;
+      detail = "cannot start a child: error " + Num(long(GetLastError()));
       break;
     }
     DWORD code = 1;
     if (WaitForSingleObject(child.hProcess, 10000) != WAIT_OBJECT_0) {
       TerminateProcess(child.hProcess, 99);
-      ++slow;
       detail = "round " + Num(round) + " still running after 10 s";
     } else if (GetExitCodeProcess(child.hProcess, &code) && code != 0) {
-      ++slow;
-      detail = "round " + Num(round) + " ended with " + Num(static_cast<long>(code));
+      detail = "round " + Num(round) + " ended with " + Num(long(code));
     }
     CloseHandle(child.hThread);
     CloseHandle(child.hProcess);
   }
-  Report(("a process that ends while connected exits at once (" + Num(rounds) + " rounds)").c_str(),
-         slow == 0, detail);
+  Report("a process that ends while connected exits at once (" + Num(rounds) + " rounds)",
+         detail.empty(), detail);
 }
 
 // The child of ProcessEndingWhileConnected: connect, let traffic flow, end.
@@ -238,9 +219,8 @@ int ConnectAndExit() {
   std::string detail;
   if (!dll || !ResolveAll(dll, &api, &detail)) return 2;
   if (api.ClientConnect(nullptr, 1, "J1939", 0, 0, 0) != 1) return 3;
-  char none[1] = {};
+  char none[1] = {}, buffer[2048];
   api.SendCommand(RP1210_Set_All_Filters_States_to_Pass, 1, none, 0);
-  char buffer[2048];
   for (int i = 0; i < 20; ++i) api.ReadMessage(1, buffer, sizeof buffer, 0);
   return 0;  // leaving main ends the process with the DLL still loaded
 }
@@ -263,36 +243,35 @@ int main(int argc, char** argv) {
   const char* firmware = "4.25";
   const char* serial = "QV00012345";
   for (int i = 1; i < argc; ++i) {
+    const bool has_value = i + 1 < argc;
     if (!std::strcmp(argv[i], "--no-ini")) no_ini = true;
-    else if (!std::strcmp(argv[i], "--exit-rounds") && i + 1 < argc) exit_rounds = std::atoi(argv[++i]);
-    else if (!std::strcmp(argv[i], "--firmware") && i + 1 < argc) firmware = argv[++i];
-    else if (!std::strcmp(argv[i], "--serial") && i + 1 < argc) serial = argv[++i];
+    else if (!std::strcmp(argv[i], "--exit-rounds") && has_value) exit_rounds = std::atoi(argv[++i]);
+    else if (!std::strcmp(argv[i], "--firmware") && has_value) firmware = argv[++i];
+    else if (!std::strcmp(argv[i], "--serial") && has_value) serial = argv[++i];
   }
 
   HMODULE dll = LoadLibraryA("QVRP32.dll");
-  Report("QVRP32.dll loads", dll != nullptr, "error " + Num(static_cast<long>(GetLastError())));
-  if (dll) {
-    Api api{};
-    std::string detail;
-    bool resolved = ResolveAll(dll, &api, &detail);
-    Report("all twelve exports resolve by name and by ordinal", resolved, detail);
-    if (resolved) {
-      char text[128] = {};
-      short rc = api.GetErrorMsg(ERR_HARDWARE_NOT_RESPONDING, text);
-      Report("error texts", rc == 0 && !std::strcmp(text, "CLIENT no working or communicate error."),
-             text);
-      if (no_ini) {
-        MissingVendorIni(api);
-      } else if (exit_rounds > 0) {
-        ProcessEndingWhileConnected(exit_rounds);
-      } else {
-        VersionsBeforeConnect(api);
-        ConnectedScenarios(api, firmware, serial);
-        TwoIso15765Clients(api);
-      }
+  Report("QVRP32.dll loads", dll != nullptr, "error " + Num(long(GetLastError())));
+  Api api{};
+  std::string detail;
+  const bool resolved = dll && ResolveAll(dll, &api, &detail);
+  if (dll) Report("all twelve exports resolve by name and by ordinal", resolved, detail);
+  if (resolved) {
+    char text[128] = {};
+    short rc = api.GetErrorMsg(ERR_HARDWARE_NOT_RESPONDING, text);
+    Report("error texts", rc == 0 && !std::strcmp(text, "CLIENT no working or communicate error."),
+           text);
+    if (no_ini) {
+      MissingVendorIni(api);
+    } else if (exit_rounds > 0) {
+      ProcessEndingWhileConnected(exit_rounds);
+    } else {
+      VersionsBeforeConnect(api);
+      ConnectedScenarios(api, firmware, serial);
+      TwoIso15765Clients(api);
     }
-    FreeLibrary(dll);
   }
+  if (dll) FreeLibrary(dll);
   std::printf("%d passed, %d failed\n", g_passed, g_failed);
   return g_failed == 0 ? 0 : 1;
 }
