@@ -1,11 +1,7 @@
 // RP1210_ClientDisconnect: what goes to the adapter on each path and what
 // keeps working afterwards.
 #include <atomic>
-#include <chrono>
 #include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "support/wire.h"
 
@@ -68,9 +64,7 @@ TEST(Disconnect, WakesABlockingReadOfTheDisconnectedClient) {
   EXPECT_FALSE(done.load()) << "returned before the disconnect";
   const auto start = Clock::now();
   EXPECT_EQ(h.lib().ClientDisconnect(2), 0);
-  while (!done.load() && MsSince(start) < 3000) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
+  while (!done.load() && MsSince(start) < 3000) std::this_thread::sleep_for(std::chrono::milliseconds(5));
   EXPECT_TRUE(done.load()) << "the blocking read did not notice the disconnect";
   if (!done.load()) h.lib().ClientDisconnect(1);  // ends the session, which ends the read
   reader.join();

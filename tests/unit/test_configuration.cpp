@@ -9,14 +9,6 @@
 
 namespace {
 
-void WriteComConfig(const qvtest::TestRoot& root, const std::string& body) {
-  root.WriteFile(qv::kComConfigPath, "[COMConfig]\r\n" + body);
-}
-
-void WriteVendorIni(const qvtest::TestRoot& root, const std::string& body) {
-  root.WriteFile(qv::kVendorIniPath, "[VendorInformation]\r\nName=QV\r\n" + body);
-}
-
 // Each row is COMConfig.ini's body; no file at all gives the first row's values.
 TEST(Configuration, ComConfigValues) {
   struct Case { const char* lines; uint8_t level, append, res120, obd_pin; const char* serial; } cases[] = {
@@ -34,15 +26,15 @@ TEST(Configuration, ComConfigValues) {
   };
   for (const Case& c : cases) {
     qvtest::TestRoot root;
-    if (c.lines) WriteComConfig(root, c.lines);
+    if (c.lines) root.WriteFile(qv::kComConfigPath, std::string("[COMConfig]\r\n") + c.lines);
     std::memset(&qv::g_config, 0xA5, sizeof qv::g_config);
     qv::LoadConfiguration();
-    const char* what = c.lines ? c.lines : "(no file)";
-    EXPECT_EQ(qv::g_config.log_level, c.level) << what;
-    EXPECT_EQ(qv::g_config.log_append, c.append) << what;
-    EXPECT_EQ(qv::g_config.res120, c.res120) << what;
-    EXPECT_EQ(qv::g_config.obd_pin, c.obd_pin) << what;
-    EXPECT_STREQ(qv::g_config.serial_number, c.serial) << what;
+    SCOPED_TRACE(c.lines ? c.lines : "(no file)");
+    EXPECT_EQ(qv::g_config.log_level, c.level);
+    EXPECT_EQ(qv::g_config.log_append, c.append);
+    EXPECT_EQ(qv::g_config.res120, c.res120);
+    EXPECT_EQ(qv::g_config.obd_pin, c.obd_pin);
+    EXPECT_STREQ(qv::g_config.serial_number, c.serial);
   }
   EXPECT_STREQ(qv::g_config.log_path, qv::kDefaultLogPath);
   EXPECT_STREQ(qv::g_config.log_dir, qv::kDefaultLogDir);
@@ -65,7 +57,7 @@ TEST(Configuration, DebugFileSetsPathAndFolder) {
   };
   qvtest::TestRoot root;
   for (const Case& c : cases) {
-    WriteVendorIni(root, "DebugFile=" + c.value + "\r\n");
+    root.WriteFile(qv::kVendorIniPath, "[VendorInformation]\r\nName=QV\r\nDebugFile=" + c.value + "\r\n");
     qv::LoadConfiguration();
     EXPECT_EQ(std::string(qv::g_config.log_path), c.path) << c.value;
     EXPECT_EQ(std::string(qv::g_config.log_dir), c.dir) << c.value;

@@ -1,5 +1,6 @@
 // The J1939 filter table and the filter state that the filter commands keep
 // in the calling client's slot, whether or not the adapter takes the command.
+#include <array>
 #include <cstring>
 
 #include <gtest/gtest.h>
@@ -45,10 +46,7 @@ bool Holds(const qv::ClientSlot& slot, const uint8_t* filter) {
 TEST(J1939FilterTable, TwelveKeptDuplicatesShareAnEntry) {
   qv::ClientSlot& slot = g_state.slots[1];
   uint8_t filters[13][7];
-  for (int i = 0; i < 13; ++i) {
-    const uint8_t f[7] = {0x01, static_cast<uint8_t>(i), 0xEF, 0x00, 0x06, 0x00, 0xF9};
-    std::memcpy(filters[i], f, 7);
-  }
+  for (uint8_t i = 0; i < 13; ++i) std::memcpy(filters[i], std::array<uint8_t, 7>{1, i, 0xEF, 0, 6, 0, 0xF9}.data(), 7);
   // No port is open here: every send fails, the local effect still counts.
   for (int i = 0; i < 12; ++i) {
     EXPECT_NE(RunFilter(RP1210_Set_Message_Filtering_For_J1939, filters[i], 7), 144);

@@ -24,7 +24,7 @@ void WriteDebugSettings(const qvtest::TestRoot& root, int level, int mode) {
                                          "\r\nDebugMode=" + std::to_string(mode) + "\r\n");
 }
 
-void UseLog(const char* path, const char* dir, uint8_t level, uint8_t append) {
+void UseLog(const char* path, const char* dir, uint8_t level, uint8_t append = 0) {
   std::memset(&qv::g_config, 0, sizeof qv::g_config);
   std::strcpy(qv::g_config.log_path, path);
   std::strcpy(qv::g_config.log_dir, dir);
@@ -107,10 +107,7 @@ TEST(DebugLog, SizeLimitAppliesAboveFiftyMebibytes) {
 
 TEST(DebugLog, FolderCreatedOneLevelOnly) {
   struct Case { const char* path; const char* dir; int opened; } cases[] = {
-      {"C:\\Top\\log.txt", "C:\\Top", 1},
-      {"C:\\Missing\\Sub\\log.txt", "C:\\Missing\\Sub", 0},
-      {"\\log.txt", "", 0},
-  };
+      {"C:\\Top\\log.txt", "C:\\Top", 1}, {"C:\\Missing\\Sub\\log.txt", "C:\\Missing\\Sub", 0}, {"\\log.txt", "", 0}};
   for (const Case& c : cases) {
     qvtest::TestRoot root;
     UseLog(c.path, c.dir, 1, 0);
@@ -122,9 +119,9 @@ TEST(DebugLog, FolderCreatedOneLevelOnly) {
   }
 }
 
-TEST(DebugLog, LinesFilteredByLevel) {
+TEST(DebugLog, LinesFilteredByLevelAndCut) {
   qvtest::TestRoot root;
-  UseLog("C:\\L\\log.txt", "C:\\L", 2, 0);
+  UseLog("C:\\L\\log.txt", "C:\\L", 2);
   ASSERT_EQ(qv::OpenDebugLog(false), 1);
   EXPECT_EQ(qv::LogPrint(0, 0, "[0]"), 1);
   EXPECT_EQ(qv::LogPrint(2, 0, "[%d]", 2), 1);
@@ -132,27 +129,21 @@ TEST(DebugLog, LinesFilteredByLevel) {
   EXPECT_EQ(qv::LogPrint(4, 0, "[4]"), 0);
   qv::g_config.log_level = 0;  // level 0 silences even level-0 lines
   EXPECT_EQ(qv::LogPrint(0, 0, "[off]"), 0);
+  qv::g_config.log_level = 4;
+  // A text is cut to the buffer less its terminating zero, which is never written.
+  const std::string cut(qv::kLogTextSize - 1, 'h');
+  for (size_t length : {qv::kLogTextSize - 1, qv::kLogTextSize, size_t{20000}}) {
+    EXPECT_EQ(qv::LogPrint(4, 0, "%s", std::string(length, 'h').c_str()), 1);
+  }
   qv::CloseDebugLog();
   EXPECT_EQ(qv::LogPrint(0, 0, "[closed]"), 0);
-  EXPECT_EQ(root.ReadFile("C:\\L\\log.txt"), "[0][2]");
+  EXPECT_EQ(root.ReadFile("C:\\L\\log.txt"), "[0][2]" + cut + cut + cut);
 }
 
-// A text is cut to the buffer less its terminating zero; the zero is never written.
-TEST(DebugLog, OverlongTextIsCutAtTheBuffer) {
-  for (size_t length : {qv::kLogTextSize - 1, qv::kLogTextSize, size_t{20000}}) {
-    qvtest::TestRoot root;
-    UseLog("C:\\L\\log.txt", "C:\\L", 4, 0);
-    ASSERT_EQ(qv::OpenDebugLog(false), 1);
-    EXPECT_EQ(qv::LogPrint(4, 0, "%s", std::string(length, 'h').c_str()), 1);
-    EXPECT_EQ(qv::LogPrint(4, 0, "|next"), 1);
-    qv::CloseDebugLog();
-    EXPECT_EQ(root.ReadFile("C:\\L\\log.txt"), std::string(qv::kLogTextSize - 1, 'h') + "|next") << length;
-  }
-}
 
 TEST(DebugLog, ConcurrentWritersNeverInterleaveATextOrLoseOne) {
   qvtest::TestRoot root;
-  UseLog("C:\\L\\log.txt", "C:\\L", 1, 0);
+  UseLog("C:\\L\\log.txt", "C:\\L", 1);
   ASSERT_EQ(qv::OpenDebugLog(false), 1);
   const char tags[3] = {'a', 'b', 'c'};
   std::vector<std::thread> writers;
@@ -164,13 +155,11 @@ TEST(DebugLog, ConcurrentWritersNeverInterleaveATextOrLoseOne) {
   }
   for (std::thread& t : writers) t.join();
   qv::CloseDebugLog();
-  std::string log = root.ReadFile("C:\\L\\log.txt");
+  const std::string log = root.ReadFile("C:\\L\\log.txt");
   EXPECT_EQ(log.size(), 300u * 3003u);
   size_t whole[3] = {0, 0, 0};
   for (size_t at = 0; at + 3003 <= log.size(); at += 3003) {
-    for (int i = 0; i < 3; ++i) {
-      if (log.compare(at, 3003, "\n<" + std::string(3000, tags[i]) + ">") == 0) ++whole[i];
-    }
+    for (int i = 0; i < 3; ++i) whole[i] += log.compare(at, 3003, "\n<" + std::string(3000, tags[i]) + ">") == 0;
   }
   for (size_t count : whole) EXPECT_EQ(count, 100u);  // every text whole, none lost
 }
@@ -178,9 +167,7 @@ TEST(DebugLog, ConcurrentWritersNeverInterleaveATextOrLoseOne) {
 TEST(TraceText, HexStringLimits) {
   const uint8_t bytes[] = {0x00, 0xAB, 0x7F};
   struct Case { size_t out_size; int count; int result; const char* text; } cases[] = {
-      {10, 3, 3, " 00 AB 7F"}, {9, 3, 0, ""}, {4, 1, 1, " 00"}, {3, 1, 0, ""}, {8, -1, 0, ""},
-      {1, 1, 0, ""}, {0, 1, 0, ""},
-  };
+      {10, 3, 3, " 00 AB 7F"}, {9, 3, 0, ""}, {4, 1, 1, " 00"}, {3, 1, 0, ""}, {8, -1, 0, ""}, {1, 1, 0, ""}, {0, 1, 0, ""}};
   EXPECT_EQ(qv::HexString(nullptr, 10, bytes, 3), 0);
   for (const Case& c : cases) {
     char out[80];

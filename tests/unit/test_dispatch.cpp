@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -33,8 +34,7 @@ void Store(const Bytes& bytes, size_t n = SIZE_MAX, size_t from = 0) {
 
 Bytes TakeReply() {
   Bytes out(ReplyQueue::kPayloadRoom);
-  const int32_t k = g_reply_queue.Take(out.data(), static_cast<uint32_t>(out.size()));
-  out.resize(k > 0 ? static_cast<size_t>(k) : 0);
+  out.resize(std::max(0, g_reply_queue.Take(out.data(), static_cast<uint32_t>(out.size()))));
   return out;
 }
 
@@ -70,10 +70,10 @@ TEST_F(Dispatch, FrameInPiecesAcrossTheRingEnd) {
       }
       // The checksum or end byte completes a frame; in FrameFormat 1 the
       // first of the two trailing zeros does.
-      const size_t last = wire.size() - (format == 1 ? 2 : 1);
-      EXPECT_EQ(filed_on_pass, last / piece + 1) << "format " << format << " piece " << piece;
+      SCOPED_TRACE("format " + std::to_string(format) + " piece " + std::to_string(piece));
+      EXPECT_EQ(filed_on_pass, (wire.size() - (format == 1 ? 2 : 1)) / piece + 1);
       EXPECT_EQ(g_reply_queue.Pending(), 1u);
-      EXPECT_EQ(TakeReply(), payload) << "format " << format << " piece " << piece;
+      EXPECT_EQ(TakeReply(), payload);
     }
   }
 }

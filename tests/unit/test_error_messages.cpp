@@ -1,6 +1,5 @@
-// RP1210_GetErrorMsg and RP1210_GetLastErrorMsg through the exported
-// interface: texts, return codes and how much of the caller's buffer is
-// touched.
+// RP1210_GetErrorMsg and RP1210_GetLastErrorMsg: texts, return codes and
+// how much of the caller's buffer is touched.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -80,11 +79,8 @@ TEST_F(ErrorMessages, UnknownCodesAndNullPointers) {
 }
 
 TEST_F(ErrorMessages, BufferSizeFollowsSlotOne) {
-  struct Case {
-    uint16_t slot_size;  // 0: right after load
-    size_t zeroed;
-    const char* text;  // for code 130, cut to size - 2 characters
-  } cases[] = {
+  // Slot size 0 is right after load; code 130's text is cut to size - 2 characters.
+  struct Case { uint16_t slot_size; size_t zeroed; const char* text; } cases[] = {
       {0, 79, "Client has conencted,to disconec it before connect it again"},
       {200, 200, "Client has conencted,to disconec it before connect it again"},
       {12, 12, "Client has"},
@@ -96,9 +92,8 @@ TEST_F(ErrorMessages, BufferSizeFollowsSlotOne) {
     std::memset(text, 'Z', sizeof text);
     EXPECT_EQ(RP1210_GetErrorMsg(130, text), 0) << c.slot_size;
     EXPECT_STREQ(text, c.text) << c.slot_size;
-    EXPECT_EQ(std::string(text + std::strlen(c.text), c.zeroed - std::strlen(c.text)),
-              std::string(c.zeroed - std::strlen(c.text), '\0'))
-        << c.slot_size;
+    const size_t length = std::strlen(c.text);
+    EXPECT_EQ(std::string(text + length, c.zeroed - length), std::string(c.zeroed - length, '\0')) << c.slot_size;
     EXPECT_EQ(text[c.zeroed], 'Z') << c.slot_size;
     std::memset(text, 'Z', sizeof text);
     EXPECT_EQ(RP1210_GetLastErrorMsg(7, nullptr, text, 1), ERR_CODE_NOT_FOUND);

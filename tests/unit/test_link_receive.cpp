@@ -1,6 +1,5 @@
-// The receive side of the link: classification, the queues' overflow rules
-// and their safety under a concurrent producer, the ring's overflow rule, and
-// the waiters' passes, limits and wake-ups.
+// The receive side of the link: classification, queue and ring overflow,
+// queue safety under a concurrent producer, and the waiters.
 #include <gtest/gtest.h>
 #include <time.h>
 
@@ -53,9 +52,7 @@ TEST_F(LinkReceive, PayloadsGoToTheirQueues) {
       {{0xFF}, false},            {{0xFF, 0x97}, false},
   };
   for (const auto& [payload, message] : cases) {
-    EXPECT_EQ(ClassifyPayload(payload.data(), static_cast<uint16_t>(payload.size())) ==
-                  PayloadClass::kMessage,
-              message)
+    EXPECT_EQ(ClassifyPayload(payload.data(), static_cast<uint16_t>(payload.size())) == PayloadClass::kMessage, message)
         << std::hex << int(payload[0]);
   }
   // Two frames in one read are both filed by one dispatch.
@@ -175,9 +172,9 @@ TEST_F(LinkReceive, WaiterLimitsDiscardsAndErrorReplies) {
 // -1 at once and the reply stays queued.
 TEST_F(LinkReceive, ClientWaiterGivesUpWhenTheClientGoes) {
   const uint8_t ack[] = {0x95, 0x02};
+  uint8_t reply[16];
   g_reply_queue.File(ack, 2);
   qv::g_state.client_ready[1] = 0;
-  uint8_t reply[16];
   const uint32_t start = qv::MillisecondCounter();
   EXPECT_EQ(WaitForClientReply(reply, sizeof reply, 1000, 0x95, 1), -1);
   EXPECT_LT(qv::MillisecondCounter() - start, 5u);
