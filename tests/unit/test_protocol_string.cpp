@@ -1,6 +1,7 @@
-// The protocol string decides the data link, the rate and the RateMode (the
-// usual strings' wire bytes are pinned by the connect tests); the number
-// reader must stay in its buffer and never wrap a rate around.
+// The client table: a free slot's defaults and a release that touches only
+// its slot; the protocol string decides the data link, the rate and the
+// RateMode (the usual strings' wire bytes are pinned by the connect tests);
+// the number reader stays in its buffer and never wraps a rate around.
 #include <climits>
 #include <cstring>
 #include <string>
@@ -81,6 +82,41 @@ TEST(ParseEqualsNumber, DigitsSignAndLimits) {
     EXPECT_EQ(qv::ParseEqualsNumber(row.text.c_str(), &value), row.count);
     EXPECT_EQ(value, row.value);
   }
+}
+
+void ExpectFreeSlot(const qv::ClientSlot& slot) {
+  qv::ClientSlot expected;
+  std::memset(&expected, 0, sizeof expected);
+  expected.block_timeout = 40000;
+  expected.j1708_checksum_mode = 1;
+  expected.max_error_msg_size = 79;
+  EXPECT_EQ(std::memcmp(&slot, &expected, sizeof slot), 0);
+}
+
+TEST(LibraryState, ResetAndRelease) {
+  std::memset(&qv::g_state, 0x5A, sizeof qv::g_state);
+  qv::ResetClientTable();
+  const qv::LibraryState& s = qv::g_state;
+  for (uint8_t b : std::string(reinterpret_cast<const char*>(&s.slots[0]), sizeof s.slots[0])) ASSERT_EQ(b, 0);
+  ExpectFreeSlot(s.slots[1]);
+  ExpectFreeSlot(s.slots[2]);
+  for (uint32_t ready : s.client_ready) ASSERT_EQ(ready, 0u);
+  EXPECT_EQ(std::memcmp(s.api_version, "3.0.0.0\0\0\0", 10), 0);
+  EXPECT_EQ(std::memcmp(s.dll_version, "1.2.3\0\0\0\0\0", 10), 0);
+  EXPECT_EQ(s.session_ready, 0x5A5A5A5Au);  // not the table's business
+
+  for (int i = 1; i <= 2; ++i) {
+    qv::g_state.slots[i].client_id = static_cast<uint16_t>(i);
+    qv::g_state.slots[i].rx_queue.records[511].length = 9;
+    qv::g_state.client_ready[i] = qv::kReadyMark;
+  }
+  qv::ReleaseClientSlot(0);  // never handed out: ignored
+  qv::ReleaseClientSlot(3);
+  qv::ReleaseClientSlot(2);
+  ExpectFreeSlot(s.slots[2]);
+  EXPECT_EQ(s.client_ready[2], 0u);
+  EXPECT_EQ(s.slots[1].client_id, 1);
+  EXPECT_EQ(s.client_ready[1], qv::kReadyMark);
 }
 
 }  // namespace
