@@ -1,9 +1,11 @@
-// Profile reads answer as GetPrivateProfileStringA/IntA do; Windows paths map below QVRP32_ROOT.
-// The registry is a regedit export: which keys open, what each value index
-// yields, the size contract, the 256 KiB read limit and the four key handles.
+// The POSIX platform layer. Profile reads answer as GetPrivateProfileStringA/IntA
+// do; Windows paths map below QVRP32_ROOT; the registry is a regedit export
+// (keys, value indexes, the size contract, the 256 KiB limit, four handles);
+// the lock lets its owner re-enter and excludes others; no raise is lost.
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -206,6 +208,47 @@ TEST(RegistryFile, KeyHandles) {
   EXPECT_EQ(keys[4], keys[3]);
   for (int i = 0; i < 3; ++i) RegistryClose(keys[i]);
   RegistryClose(keys[4]);
+}
+
+
+qv::platform::WakeSignal g_signal;
+
+// A raise from another thread waking a waiter promptly is the link waiters' test.
+TEST(WakeSignal, RaiseBeforeTheWaitNotMissedTimeOutsHonoured) {
+  uint32_t seen = g_signal.Generation();
+  uint64_t start = TickCount64();
+  g_signal.Raise();
+  EXPECT_TRUE(g_signal.WaitAfter(seen, 2000));
+  EXPECT_LT(TickCount64() - start, 50u);
+
+  for (uint32_t timeout_ms : {0u, 30u, 200u}) {
+    seen = g_signal.Generation();
+    start = TickCount64();
+    EXPECT_FALSE(g_signal.WaitAfter(seen, timeout_ms));
+    const uint64_t took = TickCount64() - start;
+    EXPECT_TRUE(took >= timeout_ms && took < timeout_ms + 250u) << took << " for " << timeout_ms;
+  }
+}
+
+TEST(RecursiveLock, ReentrantForOwnerExclusiveForOthers) {
+  qv::platform::RecursiveLock lock;
+  lock.Init();
+  uint32_t value = 0;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 3; ++t) {
+    threads.emplace_back([&] {
+      for (int i = 0; i < 20000; ++i) {
+        qv::platform::LockGuard outer(lock);
+        qv::platform::LockGuard inner(lock);  // the owner may enter again
+        const uint32_t v = value;
+        if (i % 1000 == 0) qv::platform::SleepMs(0);  // invite a lost update
+        value = v + 1;
+      }
+    });
+  }
+  for (std::thread& t : threads) t.join();
+  EXPECT_EQ(value, 60000u);
+  lock.Destroy();
 }
 
 }  // namespace

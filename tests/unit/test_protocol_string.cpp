@@ -1,15 +1,23 @@
-// The client table: a free slot's defaults and a release that touches only
-// its slot; the protocol string decides the data link, the rate and the
-// RateMode (the usual strings' wire bytes are pinned by the connect tests);
-// the number reader stays in its buffer and never wraps a rate around.
+// The client table and what lives in it: a free slot's defaults and a release
+// that touches only its slot; the protocol string's data link, rate and
+// RateMode (the usual strings' wire bytes are pinned by the connect tests) and
+// a number reader that never wraps a rate around; the J1939 filter table; the
+// error texts and how much of the caller's buffer they touch.
+#include <array>
 #include <climits>
 #include <cstring>
+#include <iterator>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "api/library_state.h"
 #include "api/protocol_string.h"
+#include "commands/command_frame.h"
+#include "commands/data_link_commands.h"
+#include "info/error_tables.h"
+#include "qvrp32.h"
 
 namespace {
 
@@ -117,6 +125,171 @@ TEST(LibraryState, ResetAndRelease) {
   EXPECT_EQ(s.client_ready[2], 0u);
   EXPECT_EQ(s.slots[1].client_id, 1);
   EXPECT_EQ(s.client_ready[1], qv::kReadyMark);
+}
+
+using qv::commands::CommandCall;
+
+CommandCall g_call;  // too large for a comfortable test stack
+
+int16_t RunFilter(uint16_t number, const uint8_t* bytes, int16_t n, int slot = 1) {
+  std::memset(&g_call, 0, sizeof g_call);
+  g_call.number = number;
+  g_call.client_id = static_cast<uint16_t>(slot);
+  g_call.slot = slot;
+  g_call.caller_params = const_cast<char*>(reinterpret_cast<const char*>(bytes));
+  g_call.n = n;
+  if (bytes != nullptr && n > 0) std::memcpy(g_call.params, bytes, static_cast<size_t>(n));
+  int16_t result = -1;
+  EXPECT_TRUE(qv::commands::RunDataLinkCommand(g_call, &result));
+  return result;
+}
+
+int KeptFilters(const qv::ClientSlot& slot) {
+  int kept = 0;
+  for (const qv::J1939FilterEntry& entry : slot.j1939_filters) kept += entry.flags != 0;
+  return kept;
+}
+
+bool Holds(const qv::ClientSlot& slot, const uint8_t* filter) {
+  for (const qv::J1939FilterEntry& entry : slot.j1939_filters) {
+    if (entry.flags != 0 && std::memcmp(&entry, filter, 7) == 0) return true;
+  }
+  return false;
+}
+
+TEST(J1939FilterTable, TwelveKeptDuplicatesShareAnEntry) {
+  qv::ClientSlot& slot = g_state.slots[1];
+  uint8_t filters[13][7];
+  for (uint8_t i = 0; i < 13; ++i) std::memcpy(filters[i], std::array<uint8_t, 7>{1, i, 0xEF, 0, 6, 0, 0xF9}.data(), 7);
+  // No port is open here: every send fails, the local effect still counts.
+  for (int i = 0; i < 12; ++i) {
+    EXPECT_NE(RunFilter(RP1210_Set_Message_Filtering_For_J1939, filters[i], 7), 144);
+    EXPECT_EQ(slot.filter_state, qv::kFilterSet);
+  }
+  EXPECT_EQ(KeptFilters(slot), 12);
+  RunFilter(RP1210_Set_Message_Filtering_For_J1939, filters[12], 7);
+  EXPECT_EQ(KeptFilters(slot), 12);
+  EXPECT_FALSE(Holds(slot, filters[12]));
+  for (int i = 0; i < 12; ++i) EXPECT_TRUE(Holds(slot, filters[i])) << i;
+
+  // A kept filter sent again takes no second entry.
+  RunFilter(RP1210_Set_All_Filters_States_to_Discard, nullptr, 0);
+  EXPECT_EQ(KeptFilters(slot), 0);
+  EXPECT_EQ(slot.filter_state, qv::kFilterDiscardAll);
+  RunFilter(RP1210_Set_Message_Filtering_For_J1939, filters[3], 7);
+  RunFilter(RP1210_Set_Message_Filtering_For_J1939, filters[3], 7);
+  RunFilter(RP1210_Set_Message_Filtering_For_J1939, filters[4], 7);
+  EXPECT_EQ(KeptFilters(slot), 2);
+
+  RunFilter(RP1210_Set_All_Filters_States_to_Pass, nullptr, 0);
+  EXPECT_EQ(KeptFilters(slot), 0);
+  EXPECT_EQ(slot.filter_state, qv::kFilterPassAll);
+}
+
+TEST(J1939FilterTable, RefusedFiltersChangeNothing) {
+  qv::ClientSlot& slot = g_state.slots[2];
+  slot.filter_state = qv::kFilterPassAll;
+  const uint8_t no_flags[7] = {0x00, 0x00, 0xEF, 0x00, 0x06, 0x00, 0xF9};
+  EXPECT_EQ(RunFilter(RP1210_Set_Message_Filtering_For_J1939, no_flags, 7, 2), 144);
+  const uint8_t good[8] = {0x05, 0x00, 0xEF, 0x00, 0x06, 0x00, 0xF9, 0x00};
+  EXPECT_EQ(RunFilter(RP1210_Set_Message_Filtering_For_J1939, good, 8, 2), 144);
+  EXPECT_EQ(RunFilter(RP1210_Set_Message_Filtering_For_J1939, nullptr, 7, 2), 601);
+  EXPECT_EQ(KeptFilters(slot), 0);
+  EXPECT_EQ(slot.filter_state, qv::kFilterPassAll);
+
+  // The second client's ISO15765 filter is local only: nothing to send, so 0.
+  const uint8_t iso[11] = {0x01, 0, 0xFF, 0, 0, 0, 0, 0xDA, 0, 0, 0x44};
+  EXPECT_EQ(RunFilter(RP1210_Set_Message_Filtering_For_ISO15765, iso, 11, 2), 0);
+  EXPECT_EQ(slot.filter_state, qv::kFilterSet);
+}
+
+struct Expected { int code; const char* name; const char* message; };
+
+// A few rows kept apart from the library's own table, typos included.
+const Expected kExpected[] = {
+    {0, "NO_ERRORS", "no any error"},
+    {130, "ERR_CLIENT_ALREADY_CONNECTED", "Client has conencted,to disconec it before connect it again"},
+    {131, "ERR_CLIENT_AREA_FULL", "ERR_CLIENT_AREA_FULL"},
+    {162, "ERR_HARDWARE_STATUS_CHANGE", "Hardware status has changed."},
+    {202, "ERR_INI_FILE_NOT_IN_WIN_DIR", "Can't find ini file"},
+    {458, "ERR_ISO15765_BAUD_SET_NONSTANDARD", "ISO15765 baudrate set parameter error or device can't support."},
+    {602, "ERR_HARDWARE_NOT_SUPPORTED", "The operation can't be support."},
+    {9999, "ERR_CODE_NOT_FOUND", "Error code can't find"},
+};
+
+class ErrorMessages : public ::testing::Test {
+ protected:
+  void SetUp() override { qv::g_api_lock.Init(); }
+  void TearDown() override { qv::g_api_lock.Destroy(); }
+};
+
+// Either sign of a code gives its text; every row of the table is reachable.
+TEST_F(ErrorMessages, CodesGiveTheirNameAndMessage) {
+  std::vector<Expected> rows(std::begin(kExpected), std::end(kExpected));
+  ASSERT_EQ(qv::kRp1210ErrorCount, 61);
+  for (int i = 0; i < qv::kRp1210ErrorCount; ++i) {
+    const qv::ErrorRow& row = qv::kRp1210Errors[i];
+    rows.push_back({row.code, row.name, row.message});
+  }
+  for (const Expected& e : rows) {
+    for (int sign : {1, -1}) {
+      const short code = static_cast<short>(sign * e.code);
+      char text[256];
+      std::memset(text, 'Z', sizeof text);
+      EXPECT_EQ(RP1210_GetErrorMsg(code, text), 0) << code;
+      EXPECT_STREQ(text, e.message) << code;
+      std::memset(text, 'Z', sizeof text);
+      int sub = 12345;
+      EXPECT_EQ(RP1210_GetLastErrorMsg(code, &sub, text, 1), 0) << code;
+      EXPECT_STREQ(text, e.name) << code;
+      EXPECT_EQ(sub, -1);
+    }
+    EXPECT_STREQ(qv::Rp1210ErrorName(e.code), e.name);
+  }
+}
+
+// How much of the buffer is zeroed is BufferSizeFollowsSlotOne's business.
+TEST_F(ErrorMessages, UnknownCodesAndNullPointers) {
+  for (int code : {1, 127, 163, 201, 203, 9998, 10000, 32767, -32768, -1, -163}) {
+    char text[128];
+    int sub = 0;
+    EXPECT_EQ(RP1210_GetErrorMsg(static_cast<short>(code), text), ERR_CODE_NOT_FOUND) << code;
+    EXPECT_STREQ(text, "") << code;
+    EXPECT_EQ(RP1210_GetLastErrorMsg(static_cast<short>(code), &sub, text, 7), ERR_CODE_NOT_FOUND) << code;
+    EXPECT_EQ(std::string(text) + std::to_string(sub), "-1") << code;
+  }
+  EXPECT_STREQ(qv::Rp1210ErrorName(163), "Error code can't find");
+  EXPECT_EQ(RP1210_GetErrorMsg(0, nullptr), ERR_NULL_PARAMETER);
+  int sub = 5;
+  EXPECT_EQ(RP1210_GetLastErrorMsg(0, &sub, nullptr, 1), ERR_NULL_PARAMETER);
+  EXPECT_EQ(sub, -1);
+  char text[80];
+  EXPECT_EQ(RP1210_GetLastErrorMsg(148, nullptr, text, 1), 0);
+  EXPECT_STREQ(text, "ERR_CLIENT_DISCONNECTED");
+}
+
+TEST_F(ErrorMessages, BufferSizeFollowsSlotOne) {
+  // Slot size 0 is right after load; code 130's text is cut to size - 2 characters.
+  struct Case { uint16_t slot_size; size_t zeroed; const char* text; } cases[] = {
+      {0, 79, "Client has conencted,to disconec it before connect it again"},
+      {200, 200, "Client has conencted,to disconec it before connect it again"},
+      {12, 12, "Client has"},
+      {1, 1, ""},
+  };
+  for (const Case& c : cases) {
+    qv::g_state.slots[1].max_error_msg_size = c.slot_size;
+    char text[300];
+    std::memset(text, 'Z', sizeof text);
+    EXPECT_EQ(RP1210_GetErrorMsg(130, text), 0) << c.slot_size;
+    EXPECT_STREQ(text, c.text) << c.slot_size;
+    const size_t length = std::strlen(c.text);
+    EXPECT_EQ(std::string(text + length, c.zeroed - length), std::string(c.zeroed - length, '\0')) << c.slot_size;
+    EXPECT_EQ(text[c.zeroed], 'Z') << c.slot_size;
+    std::memset(text, 'Z', sizeof text);
+    EXPECT_EQ(RP1210_GetLastErrorMsg(7, nullptr, text, 1), ERR_CODE_NOT_FOUND);
+    EXPECT_EQ(text[c.zeroed - 1], '\0');
+    EXPECT_EQ(text[c.zeroed], 'Z') << c.slot_size;
+  }
 }
 
 }  // namespace
