@@ -176,6 +176,9 @@ TEST(J1939FilterTable, TwelveKeptDuplicatesShareAnEntry) {
   RunFilter(RP1210_Set_All_Filters_States_to_Discard, nullptr, 0);
   EXPECT_EQ(KeptFilters(slot), 0);
   EXPECT_EQ(slot.filter_state, qv::kFilterDiscardAll);
+  const uint8_t can[9] = {};
+  RunFilter(RP1210_Set_Message_Filtering_For_CAN, can, 9);
+  EXPECT_EQ(slot.filter_state, qv::kFilterSet);
   RunFilter(RP1210_Set_Message_Filtering_For_J1939, filters[3], 7);
   RunFilter(RP1210_Set_Message_Filtering_For_J1939, filters[3], 7);
   RunFilter(RP1210_Set_Message_Filtering_For_J1939, filters[4], 7);
