@@ -1,11 +1,9 @@
-// RP1210_ClientConnect: the channel-open request on the wire, the adapter's
-// rate answers, the second and third client, the vendor INI file and the
-// trace lines.
+// RP1210_ClientConnect and RP1210_ClientDisconnect: what goes to the adapter
+// on each path (rate answers, later clients, the vendor INI file), the trace
+// lines, and what keeps working afterwards.
+#include <atomic>
 #include <cstdio>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
+#include <thread>
 
 #include "support/wire.h"
 
@@ -13,16 +11,9 @@ namespace {
 
 using namespace qvtest;
 
-const char kComConfig[] = "C:\\ProgramData\\QV\\Corvane\\COMConfig.ini";
-const char kVendorIni[] = "C:\\Windows\\QVRP32.ini";
-
 TEST(Connect, ChannelOpenRequestBytes) {
   Harness h;
-  struct Row {
-    const char* protocol;
-    const char* com_config;  // pins and termination for this row
-    Bytes request;
-  };
+  struct Row { const char* protocol, *com_config; Bytes request; };
   const Row rows[] = {
       {"J1939", "", {0x91, 2, 1, 2, 0, 0x00, 0xFA, 0, 0, 0, 0, 0, 0x6E, 0}},
       {"J1708", "", {0x91, 5, 1, 2, 0, 0x25, 0x80, 0, 0, 0, 0, 0, 0x6E, 0}},
@@ -35,13 +26,10 @@ TEST(Connect, ChannelOpenRequestBytes) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.protocol);
-    h.root().WriteFile(kComConfig,
-                       std::string("[COMConfig]\nDebugLevel=4\n") + row.com_config);
+    h.root().WriteFile(kComConfig, std::string("[COMConfig]\nDebugLevel=4\n") + row.com_config);
     h.sim().ClearReceived();
     ASSERT_EQ(h.Connect(row.protocol), 1);
-    const std::vector<Bytes> opens = WithCode(h.sim().Received(), 0x91);
-    ASSERT_EQ(opens.size(), 1u);
-    EXPECT_EQ(opens[0], row.request);
+    EXPECT_EQ(WithCode(h.sim().Received(), 0x91), std::vector<Bytes>{row.request});
     EXPECT_EQ(h.lib().ClientDisconnect(1), 0);
   }
 }
@@ -64,9 +52,8 @@ TEST(Connect, RefusedRatesAndUnansweredChannelOpen) {
   // held no client) and brings a new one up.
   h.sim().ClearReceived();
   EXPECT_EQ(h.Connect("J2284"), 1);
-  const std::vector<Bytes> sent = h.sim().Received();
-  ASSERT_FALSE(sent.empty());
-  EXPECT_EQ(sent[0], (Bytes{0x6F}));
+  ASSERT_FALSE(h.sim().Received().empty());
+  EXPECT_EQ(h.sim().Received()[0], (Bytes{0x6F}));
   EXPECT_EQ(h.lib().ClientDisconnect(1), 0);
 
   qvsim::Config config = h.sim().CurrentConfig();
@@ -81,9 +68,7 @@ TEST(Connect, RefusedRatesAndUnansweredChannelOpen) {
   h.sim().Configure(config);
   const auto start = Clock::now();
   EXPECT_EQ(h.Connect("J1939"), 142);
-  const long ms = MsSince(start);
-  EXPECT_GE(ms, 950);
-  EXPECT_LT(ms, 2500);
+  ExpectElapsedMs(start, 950, 2500);
 }
 
 TEST(Connect, SecondAndThirdClient) {
@@ -127,19 +112,15 @@ TEST(Connect, MissingVendorIni) {
   h.root().WriteFile(kComConfig, "[COMConfig]\nDebugLevel=4\n");
 
   EXPECT_EQ(h.Connect("J1939"), 202);
-  EXPECT_EQ(h.Connect("J1939"), 202);
   EXPECT_TRUE(h.sim().Received().empty());
-
   // A directory by that name is not the file.
   std::string dir = h.root().HostPath(kVendorIni);
   h.root().WriteFile(std::string(kVendorIni) + "\\placeholder", "");
   EXPECT_EQ(h.Connect("J1939"), 202);
-  // The log is buffered until closed, and a good connect would restart it.
-  h.UnloadLibrary();
+  h.UnloadLibrary();  // flushes the log before a good connect restarts it
   EXPECT_TRUE(Contains(h.Log(), "\n  Open C:\\Windows\\QVRP32.ini error."));
   h.LoadLibrary();
 
-  // The library keeps working: once the file is there, connect succeeds.
   std::remove((dir + "/placeholder").c_str());
   std::remove(dir.c_str());
   h.root().WriteFile(kVendorIni, "[VendorInformation]\nName=QV\n");
@@ -160,15 +141,11 @@ TEST(Connect, TraceLinesAtLevelOne) {
   EXPECT_EQ(h.lib().ClientDisconnect(1), 0);
   h.UnloadLibrary();
   const std::string log = h.Log();
-
-  EXPECT_TRUE(HasTraceLine(log, R"(RP1210_ClientConnect\(-1867788817,7,J1939\(Res120=1,Pins=0A\),100,200,1\):nDeviceID\(7\))"))
-      << log;
-  EXPECT_TRUE(HasTraceLine(log, R"(RP1210_ClientConnect\(0,-3,can\(Res120=1,Pins=0A\),0,0,0\):\(136:ERR_INVALID_PROTOCOL\))"))
-      << log;
+  EXPECT_TRUE(HasTraceLine(log, R"(RP1210_ClientConnect\(-1867788817,7,J1939\(Res120=1,Pins=0A\),100,200,1\):nDeviceID\(7\))"));
+  EXPECT_TRUE(HasTraceLine(log, R"(RP1210_ClientConnect\(0,-3,can\(Res120=1,Pins=0A\),0,0,0\):\(136:ERR_INVALID_PROTOCOL\))"));
   EXPECT_TRUE(Contains(log, "\nERR_CONNECT_NOT_ALLOWED"));
   EXPECT_TRUE(HasTraceLine(log, R"(RP1210_ClientDisconnect\(1\):\(0:NO_ERRORS\))")) << log;
-  // Commands trace at level 2.
-  EXPECT_EQ(log.find("RP1210_SendCommand"), std::string::npos) << log;
+  EXPECT_FALSE(Contains(log, "RP1210_SendCommand")) << "commands trace at level 2";
 }
 
 // Each command's trace line: its name, its bytes (none for an unsupported
@@ -193,9 +170,70 @@ TEST(Connect, CommandTraceLinesAtLevelTwo) {
   for (const Row& row : rows) EXPECT_EQ(Command(h, row.number, row.client, row.params), row.result);
   h.UnloadLibrary();
   const std::string log = h.Log();
-  for (const Row& row : rows) {
-    EXPECT_TRUE(HasTraceLine(log, std::string("RP1210_SendCommand") + row.line)) << row.line << "\n" << log;
+  for (const Row& row : rows) EXPECT_TRUE(HasTraceLine(log, std::string("RP1210_SendCommand") + row.line)) << row.line;
+}
+
+
+short MessageReceiveOn(Harness& h, short client) { return Command(h, 18, client, {0x01}); }
+
+// Disconnecting client 2 clears its flow control and leaves client 1 and the
+// session; disconnecting client 1 says goodbye and ends both.
+TEST(Disconnect, EachClientsPath) {
+  for (const short leaving : {2, 1}) {
+    Harness h;
+    const char* protocol = leaving == 2 ? "ISO15765" : "J1939";
+    ASSERT_EQ(h.Connect(protocol), 1);
+    ASSERT_EQ(h.Connect(protocol), 2);
+    h.sim().ClearReceived();
+    EXPECT_EQ(h.lib().ClientDisconnect(leaving), 0);
+    EXPECT_EQ(h.sim().Received(), (std::vector<Bytes>{leaving == 2 ? Bytes{0x95, 3, 1, 0x00, 35}
+                                                                    : Bytes{0x96, 0x00, 0x01}}));
+    EXPECT_EQ(MessageReceiveOn(h, 1), leaving == 2 ? 0 : 148);
+    EXPECT_EQ(MessageReceiveOn(h, 2), leaving == 2 ? 129 : 148);
+    EXPECT_EQ(h.Connect(protocol), leaving) << "the freed id is handed out again";
   }
+}
+
+TEST(Disconnect, UnknownIdsAndNoSession) {
+  Harness h;
+  EXPECT_EQ(h.lib().ClientDisconnect(1), 0);  // nothing to end: still 0, nothing sent
+  EXPECT_TRUE(h.sim().Received().empty());
+  ASSERT_EQ(h.Connect("CAN"), 1);
+  h.sim().ClearReceived();
+  // Id 0 with slot 2 free is the second-client path: command 35 is refused
+  // for id 0, so nothing goes out and the session stays.
+  EXPECT_EQ(h.lib().ClientDisconnect(0), 0);
+  EXPECT_TRUE(h.sim().Received().empty());
+  EXPECT_EQ(MessageReceiveOn(h, 1), 0);
+  // An id nobody holds ends the session without the goodbye handshake.
+  h.sim().ClearReceived();
+  EXPECT_EQ(h.lib().ClientDisconnect(7), 0);
+  EXPECT_TRUE(WithCode(h.sim().Received(), 0x96).empty());
+  EXPECT_EQ(MessageReceiveOn(h, 1), 148);
+}
+
+// A blocking read of the second client must not sit out its 40 s limit when
+// that client is disconnected from another thread.
+TEST(Disconnect, WakesABlockingReadOfTheDisconnectedClient) {
+  Harness h;
+  ASSERT_EQ(h.Connect("J1939"), 1);
+  ASSERT_EQ(h.Connect("J1939"), 2);
+  std::atomic<short> read_result{1};
+  std::atomic<bool> done{false};
+  std::thread reader([&] {
+    char buffer[64];
+    read_result = h.lib().ReadMessage(2, buffer, sizeof buffer, 1);
+    done = true;
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  EXPECT_FALSE(done.load()) << "returned before the disconnect";
+  const auto start = Clock::now();
+  EXPECT_EQ(h.lib().ClientDisconnect(2), 0);
+  while (!done.load() && MsSince(start) < 3000) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  EXPECT_TRUE(done.load()) << "the blocking read did not notice the disconnect";
+  if (!done.load()) h.lib().ClientDisconnect(1);  // ends the session, which ends the read
+  reader.join();
+  EXPECT_EQ(read_result.load(), -148);
 }
 
 }  // namespace

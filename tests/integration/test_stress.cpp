@@ -8,9 +8,6 @@
 #include <cstdio>
 #include <random>
 #include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "support/wire.h"
 
@@ -46,9 +43,7 @@ Bytes Filter(short client) { return {0x04, 0, 0, 0, 0, SourceOf(client - 1), 0};
 
 void Note(Shared& s, Call call, Clock::time_point start, short result, short expected) {
   const long ms = MsSince(start);
-  long worst = s.worst_ms[call].load();
-  while (ms > worst && !s.worst_ms[call].compare_exchange_weak(worst, ms)) {
-  }
+  for (long worst = s.worst_ms[call].load(); ms > worst && !s.worst_ms[call].compare_exchange_weak(worst, ms);) {}
   ++s.count[call];
   if (result != expected || ms > kLimitMs[call] + kQueueingMs) {
     ++s.failed;
@@ -83,9 +78,8 @@ void Mix(Harness& h, Shared& s, short client, unsigned seed, const std::atomic<b
       Note(s, call, start,
            h.lib().SendMessage(client, reinterpret_cast<char*>(message.data()), 14, 0, 0), 0);
     } else if (call == kCommand) {
-      // Rewrites what the reads route by, or the echo state they check.
-      // (Commands that empty the receive side on purpose would lose
-      // messages by design and are left out.)
+      // Rewrites what reads route by, or the echo state; commands that empty
+      // the receive side would lose messages by design and are left out.
       const short r = random() % 2 ? Command(h, RP1210_Echo_Transmitted_Messages, client, {0x00})
                                    : Command(h, RP1210_Set_Message_Filtering_For_J1939, client,
                                              Filter(client));
@@ -102,9 +96,7 @@ TEST(Stress, SixThreadsTwoClientsLoseNothing) {
   Harness h(options);
   ASSERT_EQ(h.Connect("J1939"), 1);
   ASSERT_EQ(h.Connect("J1939"), 2);
-  for (short client : {1, 2}) {
-    ASSERT_EQ(Command(h, RP1210_Set_Message_Filtering_For_J1939, client, Filter(client)), 0);
-  }
+  for (short client : {1, 2}) ASSERT_EQ(Command(h, RP1210_Set_Message_Filtering_For_J1939, client, Filter(client)), 0);
   Shared s;
   std::atomic<bool> stop_mix{false}, stop_feed{false};
   std::thread feeder([&] {
@@ -133,9 +125,7 @@ TEST(Stress, SixThreadsTwoClientsLoseNothing) {
   char buffer[64];
   for (const auto give_up = Clock::now() + std::chrono::seconds(10);
        s.delivered.load() < s.sent.load() && Clock::now() < give_up;) {
-    for (short client : {1, 2}) {
-      Delivered(s, client, buffer, h.lib().ReadMessage(client, buffer, sizeof buffer, 0));
-    }
+    for (short client : {1, 2}) Delivered(s, client, buffer, h.lib().ReadMessage(client, buffer, sizeof buffer, 0));
   }
   const uint32_t sent = s.sent.load();
   const auto lost = static_cast<uint32_t>(

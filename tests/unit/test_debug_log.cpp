@@ -1,14 +1,15 @@
-// The DebugLog file: when it is emptied, kept, created or not, what the
-// attach and detach write, and the text helpers of trace lines.
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
+// What LoadConfiguration makes of the two INI files; the DebugLog file: when
+// it is emptied, kept, created or not, what attach and detach write, and the
+// text helpers of trace lines.
 #include <cstring>
 #include <regex>
 #include <string>
+#include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "api/configuration.h"
 #include "api/library_state.h"
@@ -24,7 +25,7 @@ void WriteDebugSettings(const qvtest::TestRoot& root, int level, int mode) {
                                          "\r\nDebugMode=" + std::to_string(mode) + "\r\n");
 }
 
-void UseLog(const char* path, const char* dir, uint8_t level, uint8_t append) {
+void UseLog(const char* path, const char* dir, uint8_t level, uint8_t append = 0) {
   std::memset(&qv::g_config, 0, sizeof qv::g_config);
   std::strcpy(qv::g_config.log_path, path);
   std::strcpy(qv::g_config.log_dir, dir);
@@ -107,10 +108,7 @@ TEST(DebugLog, SizeLimitAppliesAboveFiftyMebibytes) {
 
 TEST(DebugLog, FolderCreatedOneLevelOnly) {
   struct Case { const char* path; const char* dir; int opened; } cases[] = {
-      {"C:\\Top\\log.txt", "C:\\Top", 1},
-      {"C:\\Missing\\Sub\\log.txt", "C:\\Missing\\Sub", 0},
-      {"\\log.txt", "", 0},
-  };
+      {"C:\\Top\\log.txt", "C:\\Top", 1}, {"C:\\Missing\\Sub\\log.txt", "C:\\Missing\\Sub", 0}, {"\\log.txt", "", 0}};
   for (const Case& c : cases) {
     qvtest::TestRoot root;
     UseLog(c.path, c.dir, 1, 0);
@@ -122,9 +120,9 @@ TEST(DebugLog, FolderCreatedOneLevelOnly) {
   }
 }
 
-TEST(DebugLog, LinesFilteredByLevel) {
+TEST(DebugLog, LinesFilteredByLevelAndCut) {
   qvtest::TestRoot root;
-  UseLog("C:\\L\\log.txt", "C:\\L", 2, 0);
+  UseLog("C:\\L\\log.txt", "C:\\L", 2);
   ASSERT_EQ(qv::OpenDebugLog(false), 1);
   EXPECT_EQ(qv::LogPrint(0, 0, "[0]"), 1);
   EXPECT_EQ(qv::LogPrint(2, 0, "[%d]", 2), 1);
@@ -132,27 +130,21 @@ TEST(DebugLog, LinesFilteredByLevel) {
   EXPECT_EQ(qv::LogPrint(4, 0, "[4]"), 0);
   qv::g_config.log_level = 0;  // level 0 silences even level-0 lines
   EXPECT_EQ(qv::LogPrint(0, 0, "[off]"), 0);
+  qv::g_config.log_level = 4;
+  // A text is cut to the buffer less its terminating zero, which is never written.
+  const std::string cut(qv::kLogTextSize - 1, 'h');
+  for (size_t length : {qv::kLogTextSize - 1, qv::kLogTextSize, size_t{20000}}) {
+    EXPECT_EQ(qv::LogPrint(4, 0, "%s", std::string(length, 'h').c_str()), 1);
+  }
   qv::CloseDebugLog();
   EXPECT_EQ(qv::LogPrint(0, 0, "[closed]"), 0);
-  EXPECT_EQ(root.ReadFile("C:\\L\\log.txt"), "[0][2]");
+  EXPECT_EQ(root.ReadFile("C:\\L\\log.txt"), "[0][2]" + cut + cut + cut);
 }
 
-// A text is cut to the buffer less its terminating zero; the zero is never written.
-TEST(DebugLog, OverlongTextIsCutAtTheBuffer) {
-  for (size_t length : {qv::kLogTextSize - 1, qv::kLogTextSize, size_t{20000}}) {
-    qvtest::TestRoot root;
-    UseLog("C:\\L\\log.txt", "C:\\L", 4, 0);
-    ASSERT_EQ(qv::OpenDebugLog(false), 1);
-    EXPECT_EQ(qv::LogPrint(4, 0, "%s", std::string(length, 'h').c_str()), 1);
-    EXPECT_EQ(qv::LogPrint(4, 0, "|next"), 1);
-    qv::CloseDebugLog();
-    EXPECT_EQ(root.ReadFile("C:\\L\\log.txt"), std::string(qv::kLogTextSize - 1, 'h') + "|next") << length;
-  }
-}
 
 TEST(DebugLog, ConcurrentWritersNeverInterleaveATextOrLoseOne) {
   qvtest::TestRoot root;
-  UseLog("C:\\L\\log.txt", "C:\\L", 1, 0);
+  UseLog("C:\\L\\log.txt", "C:\\L", 1);
   ASSERT_EQ(qv::OpenDebugLog(false), 1);
   const char tags[3] = {'a', 'b', 'c'};
   std::vector<std::thread> writers;
@@ -164,13 +156,11 @@ TEST(DebugLog, ConcurrentWritersNeverInterleaveATextOrLoseOne) {
   }
   for (std::thread& t : writers) t.join();
   qv::CloseDebugLog();
-  std::string log = root.ReadFile("C:\\L\\log.txt");
+  const std::string log = root.ReadFile("C:\\L\\log.txt");
   EXPECT_EQ(log.size(), 300u * 3003u);
   size_t whole[3] = {0, 0, 0};
   for (size_t at = 0; at + 3003 <= log.size(); at += 3003) {
-    for (int i = 0; i < 3; ++i) {
-      if (log.compare(at, 3003, "\n<" + std::string(3000, tags[i]) + ">") == 0) ++whole[i];
-    }
+    for (int i = 0; i < 3; ++i) whole[i] += log.compare(at, 3003, "\n<" + std::string(3000, tags[i]) + ">") == 0;
   }
   for (size_t count : whole) EXPECT_EQ(count, 100u);  // every text whole, none lost
 }
@@ -178,9 +168,7 @@ TEST(DebugLog, ConcurrentWritersNeverInterleaveATextOrLoseOne) {
 TEST(TraceText, HexStringLimits) {
   const uint8_t bytes[] = {0x00, 0xAB, 0x7F};
   struct Case { size_t out_size; int count; int result; const char* text; } cases[] = {
-      {10, 3, 3, " 00 AB 7F"}, {9, 3, 0, ""}, {4, 1, 1, " 00"}, {3, 1, 0, ""}, {8, -1, 0, ""},
-      {1, 1, 0, ""}, {0, 1, 0, ""},
-  };
+      {10, 3, 3, " 00 AB 7F"}, {9, 3, 0, ""}, {4, 1, 1, " 00"}, {3, 1, 0, ""}, {8, -1, 0, ""}, {1, 1, 0, ""}, {0, 1, 0, ""}};
   EXPECT_EQ(qv::HexString(nullptr, 10, bytes, 3), 0);
   for (const Case& c : cases) {
     char out[80];
@@ -189,6 +177,61 @@ TEST(TraceText, HexStringLimits) {
     EXPECT_EQ(std::string(out, strnlen(out, c.out_size)), c.text);
     for (size_t i = 0; i < c.out_size; ++i) EXPECT_NE(out[i], 'Z') << "output zeroed first";
     EXPECT_EQ(out[c.out_size], 'Z') << "nothing written past the output";
+  }
+}
+
+// Each row is COMConfig.ini's body; no file at all gives the first row's values.
+TEST(Configuration, ComConfigValues) {
+  struct Case { const char* lines; uint8_t level, append, res120, obd_pin; const char* serial; } cases[] = {
+      {nullptr, 0, 0, 0, 0x6E, ""},
+      {"DebugLevel=4\r\nDebugMode=1\r\nRes120=1\r\nSN=B123456789XYZ\r\n", 4, 1, 1, 0x6E, "B123456789"},
+      {"DebugLevel=1\r\nOBDPin=6\r\n", 1, 0, 0, 0x60, ""},
+      {"DebugLevel=5\r\nOBDPin=6e\r\n", 0, 0, 0, 0x60, ""},
+      {"DebugLevel=260\r\nOBDPin=\r\n", 4, 0, 0, 0x6E, ""},  // low 8 bits only
+      {"DebugLevel=257\r\nOBDPin=0A\r\n", 1, 0, 0, 0x0A, ""},
+      {"DebugMode=2\r\nOBDPin=G1\r\n", 0, 0, 0, 0x6E, ""},
+      {"DebugMode=3\r\nOBDPin=FF\r\n", 0, 1, 0, 0xFF, ""},
+      {"Res120=2\r\nDebugMode=-1\r\nOBDPin=1234\r\n", 0, 1, 0, 0x12, ""},
+      {"Res120=3\r\nOBDPin=00\r\n", 0, 0, 1, 0x6E, ""},
+      {"OBDPin= 3C \r\n", 0, 0, 0, 0x3C, ""},
+  };
+  for (const Case& c : cases) {
+    qvtest::TestRoot root;
+    if (c.lines) root.WriteFile(qv::kComConfigPath, std::string("[COMConfig]\r\n") + c.lines);
+    std::memset(&qv::g_config, 0xA5, sizeof qv::g_config);
+    qv::LoadConfiguration();
+    SCOPED_TRACE(c.lines ? c.lines : "(no file)");
+    EXPECT_EQ(qv::g_config.log_level, c.level);
+    EXPECT_EQ(qv::g_config.log_append, c.append);
+    EXPECT_EQ(qv::g_config.res120, c.res120);
+    EXPECT_EQ(qv::g_config.obd_pin, c.obd_pin);
+    EXPECT_STREQ(qv::g_config.serial_number, c.serial);
+  }
+  EXPECT_STREQ(qv::g_config.log_path, qv::kDefaultLogPath);
+  EXPECT_STREQ(qv::g_config.log_dir, qv::kDefaultLogDir);
+}
+
+TEST(Configuration, DebugFileSetsPathAndFolder) {
+  const std::string max_folder = "C:\\" + std::string(239, 'd');
+  const std::string longest = max_folder + "\\log.txt.txt";  // 254 characters
+  ASSERT_EQ(longest.size(), 254u);
+  struct Case { std::string value; std::string path, dir; } cases[] = {
+      {"D:\\Logs\\trace.txt", "D:\\Logs\\trace.txt", "D:\\Logs"},
+      {"C:\\a\\b\\c.log", "C:\\a\\b\\c.log", "C:\\a\\b"},
+      {"\\root.log", "\\root.log", ""},  // folder empty: no log
+      {longest, longest, max_folder},
+      // Unusable values fall back to the default file.
+      {"nofolder.txt", qv::kDefaultLogPath, qv::kDefaultLogDir},
+      {"", qv::kDefaultLogPath, qv::kDefaultLogDir},
+      {longest + "x", qv::kDefaultLogPath, qv::kDefaultLogDir},
+      {longest + "xyz", qv::kDefaultLogPath, qv::kDefaultLogDir},
+  };
+  qvtest::TestRoot root;
+  for (const Case& c : cases) {
+    root.WriteFile(qv::kVendorIniPath, "[VendorInformation]\r\nName=QV\r\nDebugFile=" + c.value + "\r\n");
+    qv::LoadConfiguration();
+    EXPECT_EQ(std::string(qv::g_config.log_path), c.path) << c.value;
+    EXPECT_EQ(std::string(qv::g_config.log_dir), c.dir) << c.value;
   }
 }
 

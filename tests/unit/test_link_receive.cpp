@@ -1,12 +1,13 @@
-// The receive side of the link: classification, the queues' overflow rules
-// and their safety under a concurrent producer, the ring's overflow rule, and
-// the waiters' passes, limits and wake-ups.
+// The receive side of the link: classification, queue and ring overflow,
+// frames in pieces and across the ring's wrap, the receive-state reset, the
+// queues under a concurrent producer or reset, and the waiters.
 #include <gtest/gtest.h>
 #include <time.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -26,11 +27,23 @@ namespace {
 using namespace qv::link;
 using Bytes = std::vector<uint8_t>;
 
-void FeedWire(const Bytes& payload) {
-  uint8_t frame[kFrameBufferSize];
-  StoreReceivedBytes(frame, EncodeAdapterFrame(frame, sizeof frame, payload.data(),
-                                               static_cast<int32_t>(payload.size()),
-                                               static_cast<uint8_t>(g_frame_format)));
+Bytes Frame(const Bytes& payload, uint32_t format) {
+  Bytes out(kFrameBufferSize);
+  out.resize(EncodeAdapterFrame(out.data(), kFrameBufferSize, payload.data(),
+                                static_cast<int32_t>(payload.size()), static_cast<uint8_t>(format)));
+  return out;
+}
+
+void Store(const Bytes& bytes, size_t n = SIZE_MAX, size_t from = 0) {
+  StoreReceivedBytes(bytes.data() + from, static_cast<uint32_t>(std::min(n, bytes.size() - from)));
+}
+
+void FeedWire(const Bytes& payload) { Store(Frame(payload, g_frame_format)); }
+
+Bytes TakeReply() {
+  Bytes out(ReplyQueue::kPayloadRoom);
+  out.resize(std::max(0, g_reply_queue.Take(out.data(), static_cast<uint32_t>(out.size()))));
+  return out;
 }
 
 class LinkReceive : public ::testing::Test {
@@ -43,6 +56,7 @@ class LinkReceive : public ::testing::Test {
     qv::g_state.session_ready = qv::kReadyMark;
     qv::g_state.client_ready[1] = qv::kReadyMark;
   }
+  void TearDown() override { g_frame_format = 1; }
 };
 
 TEST_F(LinkReceive, PayloadsGoToTheirQueues) {
@@ -53,9 +67,7 @@ TEST_F(LinkReceive, PayloadsGoToTheirQueues) {
       {{0xFF}, false},            {{0xFF, 0x97}, false},
   };
   for (const auto& [payload, message] : cases) {
-    EXPECT_EQ(ClassifyPayload(payload.data(), static_cast<uint16_t>(payload.size())) ==
-                  PayloadClass::kMessage,
-              message)
+    EXPECT_EQ(ClassifyPayload(payload.data(), static_cast<uint16_t>(payload.size())) == PayloadClass::kMessage, message)
         << std::hex << int(payload[0]);
   }
   // Two frames in one read are both filed by one dispatch.
@@ -175,9 +187,9 @@ TEST_F(LinkReceive, WaiterLimitsDiscardsAndErrorReplies) {
 // -1 at once and the reply stays queued.
 TEST_F(LinkReceive, ClientWaiterGivesUpWhenTheClientGoes) {
   const uint8_t ack[] = {0x95, 0x02};
+  uint8_t reply[16];
   g_reply_queue.File(ack, 2);
   qv::g_state.client_ready[1] = 0;
-  uint8_t reply[16];
   const uint32_t start = qv::MillisecondCounter();
   EXPECT_EQ(WaitForClientReply(reply, sizeof reply, 1000, 0x95, 1), -1);
   EXPECT_LT(qv::MillisecondCounter() - start, 5u);
@@ -224,6 +236,103 @@ TEST_F(LinkReceive, MessageTakerSkipsUnsolicitedPayloads) {
   g_message_queue.File(message, 6);
   EXPECT_EQ(TakeAdapterMessage(out, sizeof out, 1), -1);
   EXPECT_EQ(g_message_queue.Pending(), 1u) << "nothing is taken for a client that is not ready";
+}
+
+// Each reader pass sees only what one serial read brought; the frame must be
+// filed exactly once, on the pass that completes it, even when its bytes
+// straddle the end of the ring's storage.
+TEST_F(LinkReceive, FrameInPiecesAcrossTheRingEnd) {
+  const Bytes payload = {0x95, 0x02, 0x01, 0xA5, 0x00, 0x01, 0xA4, 0x30};
+  for (uint32_t format : {0u, 1u, 2u}) {
+    for (size_t piece : {1u, 3u, 7u}) {
+      SetUp();
+      g_frame_format = format;
+      // Bytes outside any frame move the indexes just short of the wrap point.
+      Store(Bytes(kRxRingSize - 5, 0x42));
+      ReaderPass();
+      ASSERT_EQ(RingUnread(g_rx_ring), 0u);
+      const Bytes wire = Frame(payload, format);
+      size_t filed_on_pass = 0;
+      for (size_t at = 0; at < wire.size(); at += piece) {
+        Store(wire, piece, at);
+        ReaderPass();
+        if (filed_on_pass == 0 && !g_reply_queue.Empty()) filed_on_pass = at / piece + 1;
+      }
+      // The checksum or end byte completes a frame; in FrameFormat 1 the
+      // first of the two trailing zeros does.
+      SCOPED_TRACE("format " + std::to_string(format) + " piece " + std::to_string(piece));
+      EXPECT_EQ(filed_on_pass, (wire.size() - (format == 1 ? 2 : 1)) / piece + 1);
+      EXPECT_EQ(g_reply_queue.Pending(), 1u);
+      EXPECT_EQ(TakeReply(), payload);
+    }
+  }
+}
+
+TEST_F(LinkReceive, ResetDropsHalfBuiltFrameAndKeepsEnabledFlag) {
+  for (uint32_t format : {0u, 2u}) {
+    for (uint32_t enabled : {0u, 1u}) {
+      SetUp();
+      g_frame_format = format;
+      const Bytes cut = Frame({0x96, 0x00, 0x01}, format);
+      Store(Frame({0x93, 0x02}, format));
+      Store(cut, 4);  // sync and length only
+      ReaderPass();
+      ASSERT_EQ(g_reply_queue.Pending(), 1u);
+      Store({0xA5, 0xA5});
+      g_rx_ring.transmit_empty.store(0);
+      g_rx_ring.enabled.store(enabled);
+      const uint32_t generation = LinkWakeSignal().Generation();
+
+      ResetReceiveState();
+
+      EXPECT_TRUE(g_reply_queue.Empty());
+      EXPECT_EQ(RingUnread(g_rx_ring), 0u);
+      EXPECT_EQ(g_rx_ring.enabled.load(), enabled);
+      EXPECT_EQ(g_rx_ring.transmit_empty.load(), 1u);
+      EXPECT_NE(LinkWakeSignal().Generation(), generation) << "waiters must re-check";
+      // The rest of the cut frame completes nothing: the decoder starts over
+      // on the next sync sequence.
+      g_rx_ring.enabled.store(1);
+      Store(cut, SIZE_MAX, 4);
+      Store(Frame({0x90, 0x07}, format));
+      ReaderPass();
+      EXPECT_EQ(TakeReply(), Bytes({0x90, 0x07})) << "format " << format;
+      EXPECT_TRUE(g_reply_queue.Empty());
+    }
+  }
+}
+
+// A reset from an API thread (a flush command, say) while the reader thread
+// stores, decodes and files must not bring back anything from before it.
+TEST_F(LinkReceive, ResetDuringReceiveNeverReplaysOldFrames) {
+  g_frame_format = 0;
+  std::atomic<bool> stop{false};
+  std::thread reader([&] {
+    for (uint32_t n = 0; !stop.load();) {
+      for (int i = 0; i < 64; ++i, ++n) {
+        Store(Frame({0x95, uint8_t(n >> 24), uint8_t(n >> 16), uint8_t(n >> 8), uint8_t(n)}, 0));
+      }
+      ReaderPass();
+    }
+  });
+  uint32_t last = 0, taken = 0, backwards = 0;
+  // Enough resets and frames to meet the race, bounded for sanitizer builds.
+  const auto give_up = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+  for (int round = 0; (round < 2000 || taken < 1000) && std::chrono::steady_clock::now() < give_up;
+       ++round) {
+    for (int i = 0; i < 50; ++i) {
+      const Bytes r = TakeReply();
+      if (r.size() != 5) continue;
+      const uint32_t n = uint32_t(r[1]) << 24 | r[2] << 16 | r[3] << 8 | r[4];
+      backwards += taken++ > 0 && n <= last;
+      last = n;
+    }
+    ResetReceiveState();
+  }
+  stop.store(true);
+  reader.join();
+  EXPECT_GE(taken, 1000u);
+  EXPECT_EQ(backwards, 0u) << "of " << taken << " frames taken";
 }
 
 }  // namespace

@@ -28,14 +28,13 @@ std::string Path(const std::string& marker) {
   return "\\\\??\\\\USB#VID_0483&PID_5740#QV--VCI" + marker + "6&2b0a8f7&0&1#{a5dcbf10}";
 }
 
-struct Case {
+struct Case {  // frame_format: after SelectAdapterPort of the first port
   const char* what;
   std::string registry;
   const char* serial_number;
   int count;
-  const char* first_port;
-  const char* first_tag;
-  uint32_t frame_format;  // after SelectAdapterPort of the first port
+  const char* first_port, *first_tag;
+  uint32_t frame_format;
 };
 
 TEST(PortDiscovery, FindsTheAdapterAndItsVariant) {
@@ -69,13 +68,14 @@ TEST(PortDiscovery, FindsTheAdapterAndItsVariant) {
     root.WriteFile("C:\\registry.reg", c.registry);
     std::strcpy(qv::g_config.serial_number, c.serial_number);
     qv::link::g_frame_format = 1;
-    EXPECT_EQ(qv::link::DiscoverAdapterPorts(), c.count) << c.what;
+    SCOPED_TRACE(c.what);
+    EXPECT_EQ(qv::link::DiscoverAdapterPorts(), c.count);
     if (c.count == 0) continue;
-    EXPECT_STREQ(g_adapter_ports.records[0].port_name, c.first_port) << c.what;
-    EXPECT_STREQ(g_adapter_ports.records[0].device_tag, c.first_tag) << c.what;
+    EXPECT_STREQ(g_adapter_ports.records[0].port_name, c.first_port);
+    EXPECT_STREQ(g_adapter_ports.records[0].device_tag, c.first_tag);
     // No port file exists, so the open fails, but the variant is chosen first.
-    EXPECT_EQ(qv::link::SelectAdapterPort(c.first_port), 0) << c.what;
-    EXPECT_EQ(qv::link::g_frame_format, c.frame_format) << c.what;
+    EXPECT_EQ(qv::link::SelectAdapterPort(c.first_port), 0);
+    EXPECT_EQ(qv::link::g_frame_format, c.frame_format);
   }
 }
 

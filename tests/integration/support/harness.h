@@ -1,6 +1,5 @@
-// Integration-test harness: a fresh QVRP32_ROOT, the adapter simulator on a
-// pseudo-terminal, and the shared library loaded with dlopen (so load runs
-// the library's process attach) with every export resolved.
+// A fresh QVRP32_ROOT, the simulator on a pseudo-terminal, and the library
+// loaded with dlopen (so load runs its process attach).
 #pragma once
 
 #include <memory>
@@ -11,6 +10,9 @@
 #include "support/test_root.h"
 
 namespace qvtest {
+
+inline const char kVendorIni[] = "C:\\Windows\\QVRP32.ini";
+inline const char kComConfig[] = "C:\\ProgramData\\QV\\Corvane\\COMConfig.ini";
 
 // The exports the tests call, each a member of Rp1210Library.
 #define QV_HARNESS_EXPORTS(X)                                                                   \
@@ -23,8 +25,6 @@ class Rp1210Library {
   explicit Rp1210Library(const char* path = QVRP32_LIBRARY_PATH);
   ~Rp1210Library();  // dlclose: process detach
   Rp1210Library(const Rp1210Library&) = delete;
-  Rp1210Library& operator=(const Rp1210Library&) = delete;
-
   QV_HARNESS_EXPORTS(QV_HARNESS_MEMBER)
 
  private:
@@ -34,10 +34,9 @@ class Rp1210Library {
 struct HarnessOptions {
   qvsim::Config sim;
   int com_number = 7;
-  bool vendor_ini = true;        // write C:\Windows\QVRP32.ini
-  int debug_level = 4;           // COMConfig DebugLevel
-  int debug_mode = 0;            // COMConfig DebugMode
-  bool load_library = true;      // dlopen at construction
+  bool vendor_ini = true;
+  int debug_level = 4, debug_mode = 0;  // COMConfig.ini
+  bool load_library = true;
 };
 
 class Harness {
@@ -50,10 +49,7 @@ class Harness {
   Rp1210Library& lib() { return *lib_; }
   void LoadLibrary();
   void UnloadLibrary();
-  // Text of the debug log at its default path ("" when absent). Unloading
-  // first flushes it.
-  std::string Log() const;
-  // Connects a client and asserts nothing; returns the code.
+  std::string Log() const;  // the default debug log; unloading first flushes it
   short Connect(const char* protocol, short device_id = 1);
 
  private:

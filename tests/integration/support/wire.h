@@ -32,6 +32,13 @@ inline long MsSince(Clock::time_point start) {
       std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count());
 }
 
+// The time since start is within [lo, hi) ms.
+inline void ExpectElapsedMs(Clock::time_point start, long lo, long hi) {
+  const long ms = MsSince(start);
+  EXPECT_GE(ms, lo);
+  EXPECT_LT(ms, hi);
+}
+
 inline Bytes Concat(Bytes a, const Bytes& b) {
   a.insert(a.end(), b.begin(), b.end());
   return a;
