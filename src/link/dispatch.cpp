@@ -38,12 +38,16 @@ bool DecodeChunk(bool* filed) {
   uint32_t read = ring.read_index.load(std::memory_order_relaxed);
   const uint32_t write = ring.write_index.load(std::memory_order_relaxed);
   if (read == write) return false;
-  for (uint32_t left = kChunkBytes; read != write && left > 0; --left) {
-    const uint8_t byte = ring.data[read];
-    read = (read + 1) & kRxRingMask;
-    // The FrameFormat is read again for every byte, so a new selection takes
-    // effect from the next frame on.
-    const uint16_t length = g_frame_decoder.Feed(byte, g_frame_format);
+  for (uint32_t left = kChunkBytes; read != write && left > 0;) {
+    // The bytes up to the write index or the ring's end, whichever is first.
+    uint32_t run = write > read ? write - read : kRxRingSize - read;
+    if (run > left) run = left;
+    // The FrameFormat is read again for every frame, so a new selection
+    // takes effect from the next frame on.
+    uint16_t length = 0;
+    const uint32_t used = g_frame_decoder.FeedRun(ring.data + read, run, g_frame_format, &length);
+    read = (read + used) & kRxRingMask;
+    left -= used;
     if (length > 0) {
       FilePayload(g_frame_decoder.Payload(), length);
       *filed = true;

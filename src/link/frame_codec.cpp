@@ -64,6 +64,43 @@ uint16_t FrameDecoder::Feed(uint8_t byte, uint32_t frame_format) {
   return FeedPlain(byte, frame_format == 2);
 }
 
+uint32_t FrameDecoder::FeedRun(const uint8_t* data, uint32_t n, uint32_t frame_format,
+                               uint16_t* length) {
+  *length = 0;
+  uint32_t used = 0;
+  if (frame_format == 1) {
+    while (used < n) {
+      *length = FeedNibbles(data[used++]);
+      if (*length > 0) break;
+    }
+    return used;
+  }
+  const bool end_byte_format = frame_format == 2;
+  while (used < n) {
+    // Inside a payload (stage 4, count_ < expected_): every byte is stored
+    // and summed, nothing else can happen until the last payload byte.
+    if (stage_ >= 4 && count_ < expected_) {
+      uint32_t run = static_cast<uint32_t>(expected_ - count_);
+      if (run > n - used) run = n - used;
+      uint8_t& sum_ref = sum_[end_byte_format ? 2 : 0];
+      uint8_t sum = sum_ref;
+      uint8_t* to = frame_ + count_;
+      const uint8_t* from = data + used;
+      for (uint32_t i = 0; i < run; ++i) {
+        to[i] = from[i];
+        sum = static_cast<uint8_t>(sum + from[i]);
+      }
+      sum_ref = sum;
+      count_ = static_cast<uint16_t>(count_ + run);
+      used += run;
+      continue;
+    }
+    *length = FeedPlain(data[used++], end_byte_format);
+    if (*length > 0) break;
+  }
+  return used;
+}
+
 void FrameDecoder::ResetStageAndCounts() {
   stage_ = 0;
   expected_ = 0;
