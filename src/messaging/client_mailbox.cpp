@@ -32,9 +32,8 @@ void StoreRxRecord(int slot, const uint8_t* body, int32_t length) {
   queue.write_index = next;
 }
 
-int32_t TakeRxRecord(int slot, uint8_t (&body)[kRxRecordBodyBytes]) {
-  if (!IsClientSlot(slot)) return -1;
-  platform::LockGuard lock(g_mailbox_lock);
+namespace {
+int32_t TakeRxRecordLocked(int slot, uint8_t (&body)[kRxRecordBodyBytes]) {
   RxMessageQueue& queue = QueueOf(slot);
   if ((queue.read_index & kIndexMask) == (queue.write_index & kIndexMask)) return -1;
   RxRecord& record = queue.records[queue.read_index & kIndexMask];
@@ -43,6 +42,25 @@ int32_t TakeRxRecord(int slot, uint8_t (&body)[kRxRecordBodyBytes]) {
   record.length = 0;
   queue.read_index = (queue.read_index + 1) & kIndexMask;
   return length;
+}
+
+int32_t TakeEchoLocked(int slot, uint8_t* out, int32_t capacity) {
+  PendingEcho& echo = g_state.slots[slot].echo;
+  const int32_t length = echo.length;
+  if (length == 0 || g_state.slots[slot].echo_flag != 1) return 0;
+  echo.length = 0;
+  if (length <= capacity) {
+    out[0] = echo.marker;
+    std::memcpy(out + 1, echo.bytes, static_cast<size_t>(length - 1));
+  }
+  return length;
+}
+}  // namespace
+
+int32_t TakeRxRecord(int slot, uint8_t (&body)[kRxRecordBodyBytes]) {
+  if (!IsClientSlot(slot)) return -1;
+  platform::LockGuard lock(g_mailbox_lock);
+  return TakeRxRecordLocked(slot, body);
 }
 
 void ClearRxQueue(int slot) {
@@ -99,15 +117,17 @@ int HasPendingEcho(int16_t client_id) {
 int32_t TakeEcho(int slot, uint8_t* out, int32_t capacity) {
   if (!IsClientSlot(slot)) return 0;
   platform::LockGuard lock(g_mailbox_lock);
-  PendingEcho& echo = g_state.slots[slot].echo;
-  const int32_t length = echo.length;
-  if (length == 0 || g_state.slots[slot].echo_flag != 1) return 0;
-  echo.length = 0;
-  if (length <= capacity) {
-    out[0] = echo.marker;
-    std::memcpy(out + 1, echo.bytes, static_cast<size_t>(length - 1));
-  }
-  return length;
+  return TakeEchoLocked(slot, out, capacity);
+}
+
+int32_t TakeEchoOrRxRecord(int slot, uint8_t* out, int32_t capacity,
+                           uint8_t (&body)[kRxRecordBodyBytes], int32_t* queued) {
+  *queued = -1;
+  if (!IsClientSlot(slot)) return 0;
+  platform::LockGuard lock(g_mailbox_lock);
+  const int32_t echo = TakeEchoLocked(slot, out, capacity);
+  if (echo == 0) *queued = TakeRxRecordLocked(slot, body);
+  return echo;
 }
 
 }  // namespace qv::messaging
