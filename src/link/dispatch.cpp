@@ -28,8 +28,9 @@ void FilePayload(const uint8_t* payload, uint16_t length) {
   }
 }
 
-// Decodes up to kChunkBytes from the read index. Returns false when the
-// ring was empty; *filed tells whether a payload was filed.
+// Decodes up to kChunkBytes from the read index. Returns true when bytes
+// are left to decode (only this thread adds any, so none arrive meanwhile);
+// *filed tells whether a payload was filed.
 bool DecodeChunk(bool* filed) {
   RxByteRing& ring = g_rx_ring;
   // Held for the whole chunk, so a reset can never fall between a byte
@@ -54,7 +55,7 @@ bool DecodeChunk(bool* filed) {
     }
   }
   ring.read_index.store(read, std::memory_order_relaxed);
-  return true;
+  return read != write;
 }
 
 }  // namespace
@@ -62,11 +63,11 @@ bool DecodeChunk(bool* filed) {
 void DispatchAdapterFrames() {
   for (;;) {
     bool filed = false;
-    const bool decoded = DecodeChunk(&filed);
+    const bool more = DecodeChunk(&filed);
     // One wake-up per chunk, not per record: a waiter takes every record
     // that is there when it wakes.
     if (filed) LinkWakeSignal().Raise();
-    if (!decoded) return;
+    if (!more) return;
   }
 }
 
