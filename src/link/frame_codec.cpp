@@ -70,6 +70,28 @@ uint32_t FrameDecoder::FeedRun(const uint8_t* data, uint32_t n, uint32_t frame_f
   uint32_t used = 0;
   if (frame_format == 1) {
     while (used < n) {
+      // Inside a payload, at a high character: the pairs of characters that
+      // hold no marker are decoded two at a time, as FeedNibbles would.
+      if (phase_ >= 5 && (phase_ & 1) != 0) {
+        uint8_t sum = sum_[1];
+        uint32_t count = count_;
+        uint32_t at = used;
+        while (n - at >= 2 && count <= kMaxPayloadLength) {
+          const uint8_t high = data[at];
+          const uint8_t low = data[at + 1];
+          if (high <= kStartMarker || low <= kStartMarker) break;  // 0x00 or 0x01
+          const uint8_t decoded = static_cast<uint8_t>((low & 0x0F) | (high & 0xF0));
+          sum = static_cast<uint8_t>(sum + decoded);
+          frame_[count++] = decoded;
+          nibble_ = static_cast<uint8_t>(high & 0xF0);
+          at += 2;
+        }
+        phase_ += at - used;
+        sum_[1] = sum;
+        count_ = static_cast<uint16_t>(count);
+        used = at;
+        if (used == n) break;
+      }
       *length = FeedNibbles(data[used++]);
       if (*length > 0) break;
     }
