@@ -28,8 +28,9 @@ void FilePayload(const uint8_t* payload, uint16_t length) {
   }
 }
 
-// Decodes up to kChunkBytes from the read index. Returns false when the
-// ring was empty; *filed tells whether a payload was filed.
+// Decodes up to kChunkBytes from the read index. Returns true when bytes
+// are left to decode (only this thread adds any, so none arrive meanwhile);
+// *filed tells whether a payload was filed.
 bool DecodeChunk(bool* filed) {
   RxByteRing& ring = g_rx_ring;
   // Held for the whole chunk, so a reset can never fall between a byte
@@ -38,19 +39,23 @@ bool DecodeChunk(bool* filed) {
   uint32_t read = ring.read_index.load(std::memory_order_relaxed);
   const uint32_t write = ring.write_index.load(std::memory_order_relaxed);
   if (read == write) return false;
-  for (uint32_t left = kChunkBytes; read != write && left > 0; --left) {
-    const uint8_t byte = ring.data[read];
-    read = (read + 1) & kRxRingMask;
-    // The FrameFormat is read again for every byte, so a new selection takes
-    // effect from the next frame on.
-    const uint16_t length = g_frame_decoder.Feed(byte, g_frame_format);
+  for (uint32_t left = kChunkBytes; read != write && left > 0;) {
+    // The bytes up to the write index or the ring's end, whichever is first.
+    uint32_t run = write > read ? write - read : kRxRingSize - read;
+    if (run > left) run = left;
+    // The FrameFormat is read again for every frame, so a new selection
+    // takes effect from the next frame on.
+    uint16_t length = 0;
+    const uint32_t used = g_frame_decoder.FeedRun(ring.data + read, run, g_frame_format, &length);
+    read = (read + used) & kRxRingMask;
+    left -= used;
     if (length > 0) {
       FilePayload(g_frame_decoder.Payload(), length);
       *filed = true;
     }
   }
   ring.read_index.store(read, std::memory_order_relaxed);
-  return true;
+  return read != write;
 }
 
 }  // namespace
@@ -58,11 +63,11 @@ bool DecodeChunk(bool* filed) {
 void DispatchAdapterFrames() {
   for (;;) {
     bool filed = false;
-    const bool decoded = DecodeChunk(&filed);
+    const bool more = DecodeChunk(&filed);
     // One wake-up per chunk, not per record: a waiter takes every record
     // that is there when it wakes.
     if (filed) LinkWakeSignal().Raise();
-    if (!decoded) return;
+    if (!more) return;
   }
 }
 

@@ -64,6 +64,65 @@ uint16_t FrameDecoder::Feed(uint8_t byte, uint32_t frame_format) {
   return FeedPlain(byte, frame_format == 2);
 }
 
+uint32_t FrameDecoder::FeedRun(const uint8_t* data, uint32_t n, uint32_t frame_format,
+                               uint16_t* length) {
+  *length = 0;
+  uint32_t used = 0;
+  if (frame_format == 1) {
+    while (used < n) {
+      // Inside a payload, at a high character: the pairs of characters that
+      // hold no marker are decoded two at a time, as FeedNibbles would.
+      if (phase_ >= 5 && (phase_ & 1) != 0) {
+        uint8_t sum = sum_[1];
+        uint32_t count = count_;
+        uint32_t at = used;
+        while (n - at >= 2 && count <= kMaxPayloadLength) {
+          const uint8_t high = data[at];
+          const uint8_t low = data[at + 1];
+          if (high <= kStartMarker || low <= kStartMarker) break;  // 0x00 or 0x01
+          const uint8_t decoded = static_cast<uint8_t>((low & 0x0F) | (high & 0xF0));
+          sum = static_cast<uint8_t>(sum + decoded);
+          frame_[count++] = decoded;
+          nibble_ = static_cast<uint8_t>(high & 0xF0);
+          at += 2;
+        }
+        phase_ += at - used;
+        sum_[1] = sum;
+        count_ = static_cast<uint16_t>(count);
+        used = at;
+        if (used == n) break;
+      }
+      *length = FeedNibbles(data[used++]);
+      if (*length > 0) break;
+    }
+    return used;
+  }
+  const bool end_byte_format = frame_format == 2;
+  while (used < n) {
+    // Inside a payload (stage 4, count_ < expected_): every byte is stored
+    // and summed, nothing else can happen until the last payload byte.
+    if (stage_ >= 4 && count_ < expected_) {
+      uint32_t run = static_cast<uint32_t>(expected_ - count_);
+      if (run > n - used) run = n - used;
+      uint8_t& sum_ref = sum_[end_byte_format ? 2 : 0];
+      uint8_t sum = sum_ref;
+      uint8_t* to = frame_ + count_;
+      const uint8_t* from = data + used;
+      for (uint32_t i = 0; i < run; ++i) {
+        to[i] = from[i];
+        sum = static_cast<uint8_t>(sum + from[i]);
+      }
+      sum_ref = sum;
+      count_ = static_cast<uint16_t>(count_ + run);
+      used += run;
+      continue;
+    }
+    *length = FeedPlain(data[used++], end_byte_format);
+    if (*length > 0) break;
+  }
+  return used;
+}
+
 void FrameDecoder::ResetStageAndCounts() {
   stage_ = 0;
   expected_ = 0;

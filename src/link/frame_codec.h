@@ -24,6 +24,11 @@ class FrameDecoder {
   // completes a valid frame (the payload is then at Payload()), else 0.
   uint16_t Feed(uint8_t byte, uint32_t frame_format);
   const uint8_t* Payload() const { return frame_; }
+  // Feeds bytes from `data` until one completes a valid frame or all n are
+  // used, exactly as n calls of Feed would. Returns how many were used;
+  // *length is the completed payload's length, else 0. The bytes inside a
+  // FrameFormat 0/2 payload are taken as one run, not one call each.
+  uint32_t FeedRun(const uint8_t* data, uint32_t n, uint32_t frame_format, uint16_t* length);
 
   // What the receive-state reset clears: the FrameFormat 0/2 stage, the
   // expected length and the stored-byte count (not the FrameFormat 1 phase

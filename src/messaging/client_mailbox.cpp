@@ -1,5 +1,6 @@
 #include "messaging/client_mailbox.h"
 
+#include <atomic>
 #include <cstring>
 
 namespace qv::messaging {
@@ -12,6 +13,11 @@ constexpr uint32_t kIndexMask = kRxQueueRecords - 1;
 // One RxMessageQueue per slot that can be handed out (1 and 2); guarded by
 // g_mailbox_lock like everything else here.
 RxMessageQueue g_rx_queues[2];
+// Per slot: 1 once a record or an echo was stored, until a take under
+// g_mailbox_lock finds both empty. Written only under the lock; a read's
+// pass checks it without the lock and skips the lock when it is 0. A store
+// racing that check is one the pass could as well have come before.
+std::atomic<uint32_t> g_maybe_filled[2];
 
 bool IsClientSlot(int slot) { return slot == 1 || slot == 2; }
 RxMessageQueue& QueueOf(int slot) { return g_rx_queues[slot - 1]; }
@@ -30,11 +36,11 @@ void StoreRxRecord(int slot, const uint8_t* body, int32_t length) {
   std::memcpy(record.body, body, static_cast<size_t>(length));
   record.length = static_cast<uint16_t>(length);
   queue.write_index = next;
+  g_maybe_filled[slot - 1].store(1, std::memory_order_release);
 }
 
-int32_t TakeRxRecord(int slot, uint8_t (&body)[kRxRecordBodyBytes]) {
-  if (!IsClientSlot(slot)) return -1;
-  platform::LockGuard lock(g_mailbox_lock);
+namespace {
+int32_t TakeRxRecordLocked(int slot, uint8_t (&body)[kRxRecordBodyBytes]) {
   RxMessageQueue& queue = QueueOf(slot);
   if ((queue.read_index & kIndexMask) == (queue.write_index & kIndexMask)) return -1;
   RxRecord& record = queue.records[queue.read_index & kIndexMask];
@@ -43,6 +49,25 @@ int32_t TakeRxRecord(int slot, uint8_t (&body)[kRxRecordBodyBytes]) {
   record.length = 0;
   queue.read_index = (queue.read_index + 1) & kIndexMask;
   return length;
+}
+
+int32_t TakeEchoLocked(int slot, uint8_t* out, int32_t capacity) {
+  PendingEcho& echo = g_state.slots[slot].echo;
+  const int32_t length = echo.length;
+  if (length == 0 || g_state.slots[slot].echo_flag != 1) return 0;
+  echo.length = 0;
+  if (length <= capacity) {
+    out[0] = echo.marker;
+    std::memcpy(out + 1, echo.bytes, static_cast<size_t>(length - 1));
+  }
+  return length;
+}
+}  // namespace
+
+int32_t TakeRxRecord(int slot, uint8_t (&body)[kRxRecordBodyBytes]) {
+  if (!IsClientSlot(slot)) return -1;
+  platform::LockGuard lock(g_mailbox_lock);
+  return TakeRxRecordLocked(slot, body);
 }
 
 void ClearRxQueue(int slot) {
@@ -80,6 +105,7 @@ void StoreEcho(int slot, const uint8_t* message, int32_t n) {
     std::memcpy(echo.bytes, message, static_cast<size_t>(count));
   }
   echo.length = static_cast<uint16_t>(count + 1);
+  g_maybe_filled[slot - 1].store(1, std::memory_order_release);
 }
 
 void ClearEcho(int slot) {
@@ -99,15 +125,25 @@ int HasPendingEcho(int16_t client_id) {
 int32_t TakeEcho(int slot, uint8_t* out, int32_t capacity) {
   if (!IsClientSlot(slot)) return 0;
   platform::LockGuard lock(g_mailbox_lock);
-  PendingEcho& echo = g_state.slots[slot].echo;
-  const int32_t length = echo.length;
-  if (length == 0 || g_state.slots[slot].echo_flag != 1) return 0;
-  echo.length = 0;
-  if (length <= capacity) {
-    out[0] = echo.marker;
-    std::memcpy(out + 1, echo.bytes, static_cast<size_t>(length - 1));
+  return TakeEchoLocked(slot, out, capacity);
+}
+
+int32_t TakeEchoOrRxRecord(int slot, uint8_t* out, int32_t capacity,
+                           uint8_t (&body)[kRxRecordBodyBytes], int32_t* queued) {
+  *queued = -1;
+  if (!IsClientSlot(slot)) return 0;
+  std::atomic<uint32_t>& maybe_filled = g_maybe_filled[slot - 1];
+  if (maybe_filled.load(std::memory_order_acquire) == 0) return 0;  // the common case
+  platform::LockGuard lock(g_mailbox_lock);
+  const int32_t echo = TakeEchoLocked(slot, out, capacity);
+  if (echo == 0) *queued = TakeRxRecordLocked(slot, body);
+  const RxMessageQueue& queue = QueueOf(slot);
+  const bool records_left =
+      (queue.read_index & kIndexMask) != (queue.write_index & kIndexMask);
+  if (!records_left && g_state.slots[slot].echo.length == 0) {
+    maybe_filled.store(0, std::memory_order_relaxed);
   }
-  return length;
+  return echo;
 }
 
 }  // namespace qv::messaging

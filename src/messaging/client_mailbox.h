@@ -34,5 +34,10 @@ int HasPendingEcho(int16_t client_id);
 // fits in capacity. Returns the echo length (0 when none was pending); a
 // length above capacity means the echo was discarded unread.
 int32_t TakeEcho(int slot, uint8_t* out, int32_t capacity);
+// A read's one visit: TakeEcho, and only when no echo was pending,
+// TakeRxRecord into body with its result in *queued (else -1), in a single
+// hold of MailboxLock.
+int32_t TakeEchoOrRxRecord(int slot, uint8_t* out, int32_t capacity,
+                           uint8_t (&body)[kRxRecordBodyBytes], int32_t* queued);
 
 }  // namespace qv::messaging

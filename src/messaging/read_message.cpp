@@ -160,12 +160,12 @@ int32_t Pass(const ReadCall& call, int16_t block, uint8_t (&work)[kWorkBufferSiz
              uint8_t (&own)[kRxRecordBodyBytes]) {
   if (ReaderIsGone(call)) return -ERR_CLIENT_DISCONNECTED;
   if (!Receives(call.slot)) return kWaitForMore;
-  const int32_t echo = TakeEcho(call.slot, call.out + 4, call.size - 4);
+  int32_t queued = -1;
+  const int32_t echo = TakeEchoOrRxRecord(call.slot, call.out + 4, call.size - 4, own, &queued);
   if (echo > 0) return echo + 4 > call.size ? -ERR_NOT_ENOUGH_MEMORY : echo + 4;
 
   int32_t outcome = kNothing;
   bool took_body = false;
-  const int32_t queued = TakeRxRecord(call.slot, own);
   if (queued > 0) {
     took_body = true;
     outcome = ProcessBody(call, own, queued, true);
@@ -185,35 +185,6 @@ int32_t Pass(const ReadCall& call, int16_t block, uint8_t (&work)[kWorkBufferSiz
   return block == 1 ? kWaitForMore : NoMessage(call, block);
 }
 
-int32_t Read(const ReadCall& call, int16_t block) {
-  const bool blocking = block == 1;
-  const uint32_t deadline = MillisecondCounter() + (blocking ? kBlockingReadMs : 1);
-  platform::WakeSignal& wake = link::LinkWakeSignal();
-  uint8_t work[kWorkBufferSize];
-  uint8_t own[kRxRecordBodyBytes];
-  for (;;) {
-    const uint32_t seen = wake.Generation();
-    int32_t outcome = 0;
-    {
-      platform::LockGuard lock(g_api_lock);
-      outcome = Pass(call, block, work, own);
-      if (outcome == kPassAgain) {
-        if (!blocking) return 0;
-        continue;  // straight to the next pass
-      }
-      if (outcome != kWaitForMore) return outcome;
-      if (static_cast<int32_t>(deadline - MillisecondCounter()) <= 0) {
-        return NoMessage(call, block);
-      }
-    }
-    // The wait is the one part of a read outside ApiLock.
-    const int32_t left = static_cast<int32_t>(deadline - MillisecondCounter());
-    if (left <= 0) continue;  // the next pass ends the read
-    wake.WaitAfter(seen, static_cast<uint32_t>(left) < kIdleSliceMs ? static_cast<uint32_t>(left)
-                                                                     : kIdleSliceMs);
-  }
-}
-
 void WriteStamp(uint8_t* out, uint32_t stamp) {
   out[0] = static_cast<uint8_t>(stamp >> 24);
   out[1] = static_cast<uint8_t>(stamp >> 16);
@@ -221,16 +192,49 @@ void WriteStamp(uint8_t* out, uint32_t stamp) {
   out[3] = static_cast<uint8_t>(stamp);
 }
 
-int32_t Enter(int16_t client_id, uint8_t* out, int16_t size, int16_t block) {
-  {
-    platform::LockGuard lock(g_api_lock);  // the client table changes only under it
-    if (!SessionIsReady()) return -ERR_CLIENT_DISCONNECTED;
-    if (FindClientSlot(client_id) == 0) return -ERR_INVALID_CLIENT_ID;
-  }
+// The checks of the call itself, in the order of their error codes; run
+// under ApiLock, since the client table changes only under it.
+int32_t Refuse(int16_t client_id, const uint8_t* out, int16_t size) {
+  if (!SessionIsReady()) return -ERR_CLIENT_DISCONNECTED;
+  if (FindClientSlot(client_id) == 0) return -ERR_INVALID_CLIENT_ID;
   if (out == nullptr) return -ERR_NULL_PARAMETER;
   if (size < 4) return -ERR_NOT_ENOUGH_MEMORY;  // no room for the time stamp
-  WriteStamp(out, MillisecondCounter());
-  return Read(ReadCall{client_id, client_id & 127, out, size}, block);
+  return 0;
+}
+
+// now_ms: the counter at the call's entry, which is both the message's time
+// stamp and the start of a blocking read's time limit.
+int32_t Read(const ReadCall& call, int16_t block, uint32_t now_ms) {
+  const bool blocking = block == 1;
+  const uint32_t deadline = now_ms + (blocking ? kBlockingReadMs : 1);
+  platform::WakeSignal& wake = link::LinkWakeSignal();
+  uint8_t work[kWorkBufferSize];
+  uint8_t own[kRxRecordBodyBytes];
+  for (bool first = true;; first = false) {
+    const uint32_t seen = wake.Generation();
+    int32_t outcome = 0;
+    int32_t left = 0;
+    {
+      platform::LockGuard lock(g_api_lock);
+      // The first pass shares its hold with the checks of the call.
+      if (first) {
+        const int32_t refused = Refuse(call.client_id, call.out, call.size);
+        if (refused != 0) return refused;
+        WriteStamp(call.out, now_ms);
+      }
+      outcome = Pass(call, block, work, own);
+      if (outcome == kPassAgain) {
+        if (!blocking) return 0;
+        continue;  // straight to the next pass
+      }
+      if (outcome != kWaitForMore) return outcome;
+      left = static_cast<int32_t>(deadline - MillisecondCounter());
+      if (left <= 0) return NoMessage(call, block);
+    }
+    // The wait is the one part of a read outside ApiLock.
+    wake.WaitAfter(seen, static_cast<uint32_t>(left) < kIdleSliceMs ? static_cast<uint32_t>(left)
+                                                                     : kIdleSliceMs);
+  }
 }
 
 }  // namespace
@@ -242,7 +246,8 @@ short RP1210_CALL RP1210_ReadMessage(short nClientID, char* fpchAPIMessage, shor
   char start[64];
   const uint32_t start_ms = TraceClockFor(4, start);
   auto* out = reinterpret_cast<uint8_t*>(fpchAPIMessage);
-  const int32_t result = messaging::Enter(nClientID, out, nBufferSize, nBlockOnRead);
+  const int32_t result = messaging::Read(
+      messaging::ReadCall{nClientID, nClientID & 127, out, nBufferSize}, nBlockOnRead, start_ms);
   // Nothing is formatted for a line the log will not keep.
   if (!LogWouldPrint(4)) return static_cast<short>(result);
   const int duration = static_cast<int>(MillisecondCounter() - start_ms);
