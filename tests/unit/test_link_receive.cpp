@@ -181,6 +181,15 @@ TEST_F(LinkReceive, WaiterLimitsDiscardsAndErrorReplies) {
   EXPECT_EQ(WaitForReply(reply, sizeof reply, 10, kAnyReply), 3);
   g_reply_queue.File(error95, 4);
   EXPECT_EQ(WaitForReply(reply, 2, 10, 0xFF), 2);  // cut to the capacity
+  // A wait ending past the next whole second still lasts its full time.
+  timespec now;
+  do {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    clock_gettime(CLOCK_MONOTONIC, &now);
+  } while (now.tv_nsec < 800000000L || now.tv_nsec > 900000000L);
+  const auto start = std::chrono::steady_clock::now();
+  LinkWakeSignal().WaitAfter(LinkWakeSignal().Generation(), 300);
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(300));
 }
 
 // The client-ready test comes before the take: a client that is gone gets

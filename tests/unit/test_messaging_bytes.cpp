@@ -204,9 +204,11 @@ TEST_F(RxQueueTest, EchoKeepsOnlyTheLastMessageAndIsTakenOnce) {
   StoreEcho(1, first, sizeof first);
   StoreEcho(1, second, sizeof second);
   EXPECT_EQ(HasPendingEcho(1), 1);
+  EXPECT_EQ(HasPendingEcho(0), 0) << "no such client";
   uint8_t out[16] = {};
-  // ISO15765 echoes carry a zero between header and data: n + 2 bytes.
-  ASSERT_EQ(TakeEcho(1, out, sizeof out), 10);
+  // ISO15765 echoes carry a zero between header and data: n + 2 bytes,
+  // delivered when they just fit.
+  ASSERT_EQ(TakeEcho(1, out, 10), 10);
   EXPECT_EQ(Bytes(out, out + 10), (Bytes{1, 1, 0x18, 0xDA, 0xF1, 0x00, 0x00, 0x00, 0x22, 0xF1}));
   EXPECT_EQ(HasPendingEcho(1), 0);
   EXPECT_EQ(TakeEcho(1, out, sizeof out), 0);
