@@ -276,12 +276,27 @@ TEST(Commands, BatteryVoltage) {
   h.sim().Configure(config);
   EXPECT_EQ(h.lib().SendCommand(2002, 1, volts, 2), 0);
   EXPECT_EQ(Bytes(volts, volts + 2), (Bytes{0x23, 0x28}));
+  EXPECT_EQ(Command(h, 2003, 1, {0x0B, 0xB8}), 0);
 
   h.UnloadLibrary();
   const std::string log = h.Log();
   EXPECT_TRUE(Contains(log, "(2002)Get_BatteryVoltage,{12.6V},2):(0:NO_ERRORS)"));
   EXPECT_TRUE(Contains(log, "(2002)Get_BatteryVoltage,{12.6V},4):(142:"));
   EXPECT_TRUE(Contains(log, "(2002)Get_BatteryVoltage,{9.0V},2):(0:NO_ERRORS)"));
+  EXPECT_TRUE(Contains(log, "(2003)Set_TimeInterval,"));
+}
+
+// Mode 1 puts the checksum back on J1708 messages after mode 0 left it off.
+TEST(Commands, J1708ModeOneAddsTheChecksum) {
+  Harness h;
+  ASSERT_EQ(h.Connect("J1708"), 1);
+  ASSERT_EQ(Command(h, 15, 1, {0x00}), 0);
+  ASSERT_EQ(Command(h, 15, 1, {0x01}), 0);
+  h.sim().ClearReceived();
+  char message[] = {0x08, static_cast<char>(0x80), 0x54, 0x00};
+  ASSERT_EQ(h.lib().SendMessage(1, message, sizeof message, 0, 0), 0);
+  const Bytes payload = {0x93, 0x05, 0x01, 0x00, 0x00, 0x08, 0x80, 0x54, 0x2C};
+  EXPECT_EQ(WithCode(h.sim().Received(), 0x93), std::vector<Bytes>{payload});
 }
 
 // Switching echo either way drops the echo still waiting to be read.

@@ -221,6 +221,7 @@ const Expected kExpected[] = {
     {131, "ERR_CLIENT_AREA_FULL", "ERR_CLIENT_AREA_FULL"},
     {162, "ERR_HARDWARE_STATUS_CHANGE", "Hardware status has changed."},
     {202, "ERR_INI_FILE_NOT_IN_WIN_DIR", "Can't find ini file"},
+    {213, "ERR_COMMAND_TIMED_OUT", "Timeout"},
     {458, "ERR_ISO15765_BAUD_SET_NONSTANDARD", "ISO15765 baudrate set parameter error or device can't support."},
     {602, "ERR_HARDWARE_NOT_SUPPORTED", "The operation can't be support."},
     {9999, "ERR_CODE_NOT_FOUND", "Error code can't find"},

@@ -1,6 +1,8 @@
 // What LoadConfiguration makes of the two INI files; the DebugLog file: when
 // it is emptied, kept, created or not, what attach and detach write, and the
 // text helpers of trace lines.
+#include <atomic>
+#include <chrono>
 #include <cstring>
 #include <regex>
 #include <string>
@@ -141,6 +143,28 @@ TEST(DebugLog, LinesFilteredByLevelAndCut) {
   EXPECT_EQ(root.ReadFile("C:\\L\\log.txt"), "[0][2]" + cut + cut + cut);
 }
 
+
+// A line that loses the race with closing the log counts as not written.
+TEST(DebugLog, LinesRacingACloseCountOnlyWhenWritten) {
+  qvtest::TestRoot root;
+  UseLog("C:\\R\\log.txt", "C:\\R", 1, 1);
+  ASSERT_EQ(qv::OpenDebugLog(false), 1);
+  std::atomic<bool> done{false};
+  std::thread closer([&] {
+    for (int i = 0; i < 200; ++i) {
+      qv::CloseDebugLog();
+      std::this_thread::sleep_for(std::chrono::microseconds(100));
+      qv::OpenDebugLog(false);
+    }
+    done = true;
+  });
+  const std::string body(4000, 'b');
+  size_t written = 0;
+  while (!done) written += static_cast<size_t>(qv::LogPrint(1, 0, "%s", body.c_str()));
+  closer.join();
+  qv::CloseDebugLog();
+  EXPECT_EQ(root.ReadFile("C:\\R\\log.txt").size(), written * body.size());
+}
 
 TEST(DebugLog, ConcurrentWritersNeverInterleaveATextOrLoseOne) {
   qvtest::TestRoot root;

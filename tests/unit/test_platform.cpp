@@ -23,7 +23,7 @@ const char kFile[] =
     ";Commented=hidden\r\nEmpty=\r\nNoEquals\r\nN\r\nN=after a bare key\r\nQ;=second character\r\n"
     "Twice=first\r\nTwice=second\r\nEquals=a=b\r\n[  beta  ]\r\nKey=from beta\r\n"
     "[Alpha]\r\nLater=second alpha section\r\n[Numbers]\r\nDec=42\r\nNeg=-7\r\nPlus=+9\r\n"
-    "Trail=102abc\r\nText=abc\r\nBlank=\r\nQuoted=\"15\"\r\nHex=0x1F\r\nBig=260\r\n";
+    "Trail=102abc\r\nText=abc\r\nBlank=\r\nQuoted=\"15\"\r\nHex=0x1F\r\nBig=260\r\nLead=010\r\n";
 
 TEST(Profile, StringLookupMatchesWindows) {
   qvtest::TestRoot root;
@@ -59,13 +59,14 @@ TEST(Profile, StringLookupMatchesWindows) {
 
 // Missing values give the default (trailing blanks dropped as Windows does);
 // values and defaults alike are cut to size - 1 and nothing goes past size.
+// The tail of an over-long line is skipped, never read as a key.
 TEST(Profile, StringDefaultsAndTruncation) {
   qvtest::TestRoot root;
-  root.WriteFile(kIni, "[S]\nLong=0123456789\n");
+  root.WriteFile(kIni, "[S]\nLong=0123456789\n;" + std::string(4094, 'c') + " Tail=leak\n");
   struct Case { const char* file; const char* key; const char* dflt; uint32_t size, result; const char* text; } cases[] = {
       {"C:\\Test\\None.ini", "Long", "def  ", 16, 3, "def"}, {kIni, "X", nullptr, 16, 0, ""},
       {kIni, "Long", "", 5, 4, "0123"}, {kIni, "Long", "", 1, 0, ""}, {kIni, "Long", "", 0, 0, ""},
-      {kIni, "None", "abcdef", 4, 3, "abc"}};
+      {kIni, "None", "abcdef", 4, 3, "abc"}, {kIni, "Tail", "d", 16, 1, "d"}};
   for (const Case& c : cases) {
     char out[20];
     std::memset(out, 'X', sizeof out);
@@ -80,7 +81,7 @@ TEST(Profile, IntegerParsingMatchesWindows) {
   root.WriteFile(kIni, kFile);
   struct Case { const char* key; int32_t expected; } cases[] = {
       {"Dec", 42},   {"Neg", -7},    {"Plus", 9},     {"Trail", 102}, {"Text", 0},
-      {"Blank", 55}, {"Quoted", 15}, {"Hex", 31},     {"Big", 260},   {"Absent", 55},
+      {"Blank", 55}, {"Quoted", 15}, {"Hex", 31},     {"Big", 260},   {"Absent", 55}, {"Lead", 10},
   };
   for (const Case& c : cases) {
     EXPECT_EQ(static_cast<int32_t>(qv::platform::ProfileInt("numbers", c.key, 55, kIni)), c.expected) << c.key;
