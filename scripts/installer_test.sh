@@ -19,20 +19,8 @@ version=$(sed -n 's/^project(QVRP32 VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
 setup=$top/build/installer/QVRP32-$version-setup.exe
 qvsim=$top/build/linux/tools/simulator/qvsim
 shim=$top/build/linux/tests/libqv_pty_modem_shim.so
-for f in "$setup" "$top/build/win32/QVRP32.dll" "$top/build/win64/QVRP32.dll" "$qvsim" "$shim"; do
-  [ -e "$f" ] || { echo "installer_test: missing $f"; echo "0 passed, 1 failed"; exit 1; }
-done
-command -v wine >/dev/null || { echo "installer_test: wine is not installed"; echo "0 passed, 1 failed"; exit 1; }
-
-work=$(mktemp -d)
-export WINEPREFIX=$work/prefix WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
-sim_pid=""
-cleanup() {
-  [ -n "$sim_pid" ] && kill "$sim_pid" 2>/dev/null && wait "$sim_pid" 2>/dev/null
-  wineserver -k >/dev/null 2>&1
-  rm -rf "$work"
-}
-trap cleanup EXIT
+. "$top/scripts/wine_prefix.sh"
+wine_prefix installer_test "$setup" "$top/build/win32/QVRP32.dll" "$top/build/win64/QVRP32.dll" "$qvsim" "$shim"
 
 passed=0
 failed=0

@@ -14,20 +14,8 @@ win=$top/build/win64
 qvsim=$top/build/linux/tools/simulator/qvsim
 shim=$top/build/linux/tests/libqv_pty_modem_shim.so
 monitor=$win/tools/monitor/rp1210-monitor.exe
-for f in "$win/QVRP32.dll" "$win/tests/windows/qvrp32_wintest.exe" "$monitor" "$qvsim" "$shim"; do
-  [ -e "$f" ] || { echo "wine_test: missing $f"; echo "0 passed, 1 failed"; exit 1; }
-done
-command -v wine >/dev/null || { echo "wine_test: wine is not installed"; echo "0 passed, 1 failed"; exit 1; }
-
-work=$(mktemp -d)
-export WINEPREFIX=$work/prefix WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
-sim_pid=""
-cleanup() {
-  [ -n "$sim_pid" ] && kill "$sim_pid" 2>/dev/null && wait "$sim_pid" 2>/dev/null
-  wineserver -k >/dev/null 2>&1
-  rm -rf "$work"
-}
-trap cleanup EXIT
+. "$top/scripts/wine_prefix.sh"
+wine_prefix wine_test "$win/QVRP32.dll" "$win/tests/windows/qvrp32_wintest.exe" "$monitor" "$qvsim" "$shim"
 
 echo "wine_test: preparing a fresh prefix"
 wineboot -i >/dev/null 2>&1
